@@ -1,0 +1,23 @@
+#include <iostream>
+
+#include "app/CommandLine.h"
+
+int main(int argc, char** argv) {
+  using lumerix::CommandLine;
+  std::ios::sync_with_stdio(false);
+  const CommandLine cl = lumerix::parseCommandLine({argv + 1, argv + argc});
+  switch (cl.mode) {
+    case CommandLine::Mode::help:
+      std::cout << lumerix::helpText();
+      return 0;
+    case CommandLine::Mode::version:
+      std::cout << lumerix::versionText();
+      return 0;
+    case CommandLine::Mode::dumpCues:
+      return lumerix::runDumpCues(cl.file, std::cout, std::cerr);
+    case CommandLine::Mode::usageError:
+      std::cerr << cl.error << '\n';
+      return 2;
+  }
+  return 2;
+}

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "subtitles/Cue.h"
+#include "util/Result.h"
+
+namespace lumerix {
+
+// The file's bytes decode in none of the encodings the reader knows.
+enum class SRTParseError { unreadable };
+
+std::string_view describe(SRTParseError error);
+
+// The operating system refused to give us the file's bytes. The description
+// is the system's own text for errno ("No such file or directory").
+struct FileReadError {
+  int code = 0;
+  std::string description;
+
+  bool operator==(const FileReadError&) const = default;
+};
+
+using SubtitleReadError = std::variant<FileReadError, SRTParseError>;
+
+// The text a user is shown after "Failed to load: ".
+std::string describe(const SubtitleReadError& error);
+
+// Reads SubRip and WebVTT files with one tolerant grammar: blank-line
+// separated blocks, a block is a cue when one of its lines carries a timing
+// range, and everything else is skipped without complaint. Stateless; safe
+// to call from any thread.
+class SRTParser {
+ public:
+  SRTParser() = delete;
+
+  // The cues of the file at path, sorted by start (ties keep file order).
+  // A file with no recognisable cue gives an empty list, not an error.
+  static Result<std::vector<Cue>, SubtitleReadError> parse(const std::string& path);
+
+  // The same for bytes already in memory.
+  static Result<std::vector<Cue>, SRTParseError> parseBytes(std::string bytes);
+
+ private:
+  // Strict UTF-8 (minus one leading byte order mark), else GB 18030, else
+  // Big5, else ISO 8859-1; each conversion all or nothing.
+  static std::optional<std::string> decode(std::string bytes);
+};
+
+}  // namespace lumerix

@@ -1,0 +1,120 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "TestSupport.h"
+#include "app/CommandLine.h"
+
+namespace lumerix {
+namespace {
+
+using Mode = CommandLine::Mode;
+
+TEST(CommandLineParsing, OptionsAndMistakes) {
+  struct Row {
+    std::vector<std::string> args;
+    Mode mode;
+    std::string file;
+  };
+  const Row rows[] = {
+      {{"--help"}, Mode::help, ""},
+      {{"-h"}, Mode::help, ""},
+      {{"--version"}, Mode::version, ""},
+      {{"--dump-cues", "a b.srt"}, Mode::dumpCues, "a b.srt"},
+      {{"--dump-cues=x.vtt"}, Mode::dumpCues, "x.vtt"},
+      {{"--dump-cues", "-odd-name.srt"}, Mode::dumpCues, "-odd-name.srt"},
+      {{}, Mode::usageError, ""},
+      {{"--dump-cues"}, Mode::usageError, ""},
+      {{"--dump-cues="}, Mode::usageError, ""},
+      {{"--dump-cues", "a", "b"}, Mode::usageError, ""},
+      {{"--help", "extra"}, Mode::usageError, ""},
+      {{"--frobnicate"}, Mode::usageError, ""},
+      {{"-x"}, Mode::usageError, ""},
+      {{"movie.srt"}, Mode::usageError, ""},
+  };
+  for (const Row& r : rows) {
+    const CommandLine cl = parseCommandLine(r.args);
+    EXPECT_EQ(cl.mode, r.mode) << testing::PrintToString(r.args);
+    EXPECT_EQ(cl.file, r.file) << testing::PrintToString(r.args);
+    if (r.mode == Mode::usageError) {
+      EXPECT_TRUE(cl.error.starts_with("lumerix: ")) << cl.error;
+      EXPECT_EQ(cl.error.find('\n'), std::string::npos) << cl.error;
+    }
+  }
+  EXPECT_NE(parseCommandLine({"--frobnicate"}).error.find("'--frobnicate'"), std::string::npos);
+}
+
+struct Run {
+  int status;
+  std::string out, err;
+};
+
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+// Runs the real executable, as users and scripts do.
+Run lumerix(const std::string& args) {
+  const std::string dir = ::testing::TempDir();
+  const std::string out = dir + "/lumerix-cli.out", err = dir + "/lumerix-cli.err";
+  const std::string cmd = std::string("'") + LUMERIX_BINARY + "' " + args + " >'" + out + "' 2>'" + err + "'";
+  const int raw = std::system(cmd.c_str());
+  return Run{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+}
+
+TEST(CommandLineProgram, HelpVersionAndUsageErrors) {
+  auto help = lumerix("--help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_TRUE(help.out.starts_with("Usage: lumerix")) << help.out;
+  EXPECT_NE(help.out.find("--dump-cues FILE"), std::string::npos);
+
+  auto version = lumerix("--version");
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out, "Lumerix 0.1\n");
+
+  auto bad = lumerix("--no-such-option");
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_EQ(bad.out, "");
+  EXPECT_EQ(std::count(bad.err.begin(), bad.err.end(), '\n'), 1) << bad.err;
+}
+
+TEST(CommandLineProgram, DumpCuesPrintsExactlyWhatTheReaderReads) {
+  for (const char* name : {"episode.srt", "lecture.vtt", "gb18030.srt", "malformed.srt", "empty.srt"}) {
+    auto run = lumerix("--dump-cues '" + test::fixture(name) + "'");
+    ASSERT_EQ(run.status, 0) << name << run.err;
+    EXPECT_EQ(run.err, "");
+    const auto json = nlohmann::json::parse(run.out);  // throws (fails) on anything but one document
+    const auto cues = test::cuesOfFile(name);
+    ASSERT_EQ(json.size(), cues.size()) << name;
+    for (std::size_t i = 0; i < cues.size(); ++i) {
+      // Bit-identical doubles: printing must round-trip.
+      EXPECT_EQ(json[i]["start"].get<double>(), cues[i].start) << name << " #" << i;
+      EXPECT_EQ(json[i]["end"].get<double>(), cues[i].end) << name << " #" << i;
+      EXPECT_EQ(json[i]["text"].get<std::string>(), cues[i].text) << name << " #" << i;
+    }
+  }
+  // Keys in reading order, text as raw UTF-8.
+  auto gb = lumerix("--dump-cues '" + test::fixture("gb18030.srt") + "'");
+  EXPECT_TRUE(gb.out.starts_with("[{\"start\":1.0,\"end\":2.0,\"text\":\"这是第一句。\"}")) << gb.out;
+}
+
+TEST(CommandLineProgram, DumpCuesReportsUnreadableFiles) {
+  auto missing = lumerix("--dump-cues '" + test::fixture("no-such.srt") + "'");
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.out, "");
+  EXPECT_EQ(missing.err, "Failed to load: No such file or directory\n");
+
+  auto directory = lumerix("--dump-cues '" + test::fixture("") + "'");
+  EXPECT_EQ(directory.status, 1);
+  EXPECT_EQ(directory.err, "Failed to load: Is a directory\n");
+}
+
+}  // namespace
+}  // namespace lumerix

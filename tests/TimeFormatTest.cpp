@@ -1,0 +1,37 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "subtitles/TimeFormat.h"
+
+namespace lumerix {
+namespace {
+
+TEST(TimeFormat, ClockTextAcrossTheHourBoundary) {
+  const std::pair<double, const char*> cases[] = {
+      {0, "00:00"},
+      {59.99, "00:59"},
+      {65.2, "01:05"},
+      {3599, "59:59"},
+      {3599.999, "59:59"},
+      {3600, "1:00:00"},
+      {3723.9, "1:02:03"},
+      {36000, "10:00:00"},
+      {-0.5, "00:00"},
+      {-4, "00:00"},
+      {-3600, "00:00"},
+      {360000 + 59, "100:00:59"},
+      {9.2e18, "2555555555555555:33:20"},
+  };
+  for (const auto& [seconds, text] : cases) EXPECT_EQ(fmtTime(seconds), text) << seconds;
+}
+
+TEST(TimeFormatDeathTest, ValuesThatCannotBeAClockStopTheProcess) {
+  EXPECT_DEATH(fmtTime(std::numeric_limits<double>::quiet_NaN()), "fmtTime");
+  EXPECT_DEATH(fmtTime(std::numeric_limits<double>::infinity()), "fmtTime");
+  EXPECT_DEATH(fmtTime(1e19), "fmtTime");
+}
+
+}  // namespace
+}  // namespace lumerix
