@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -62,11 +63,15 @@ std::string slurp(const std::string& path) {
 
 // Runs the real executable, as users and scripts do.
 Run lumerix(const std::string& args) {
-  const std::string dir = ::testing::TempDir();
-  const std::string out = dir + "/lumerix-cli.out", err = dir + "/lumerix-cli.err";
+  // ctest runs tests in parallel processes: name the files after this one.
+  const std::string base = ::testing::TempDir() + "/lumerix-cli-" + std::to_string(::getpid());
+  const std::string out = base + ".out", err = base + ".err";
   const std::string cmd = std::string("'") + LUMERIX_BINARY + "' " + args + " >'" + out + "' 2>'" + err + "'";
   const int raw = std::system(cmd.c_str());
-  return Run{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+  Run run{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
+  std::remove(out.c_str());
+  std::remove(err.c_str());
+  return run;
 }
 
 TEST(CommandLineProgram, HelpVersionAndUsageErrors) {

@@ -1,0 +1,42 @@
+// Any bytes a user can hand us must give cues that the rest of the program
+// can trust, never a crash.
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "app/CommandLine.h"
+#include "subtitles/SRTParser.h"
+#include "subtitles/TimeFormat.h"
+#include "util/Unicode.h"
+
+namespace {
+
+void check(bool ok, const char* what) {
+  if (!ok) {
+    std::fprintf(stderr, "reader invariant broken: %s\n", what);
+    std::abort();
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  auto cues = lumerix::SRTParser::parseBytes(std::string(reinterpret_cast<const char*>(data), size));
+  // Latin-1 accepts every byte, so decoding never fails with the system's converters.
+  check(cues.ok(), "bytes were not decoded");
+  const auto& list = cues.value();
+  // Two digits of hours, minutes and seconds, three of fraction, at most.
+  constexpr double latest = 99 * 3600 + 99 * 60 + 99 + 0.999;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const auto& cue = list[i];
+    check(!cue.text.empty(), "empty text");
+    check(lumerix::unicode::isValidUtf8(cue.text), "text is not UTF-8");
+    check(cue.start >= 0 && cue.start <= latest && cue.end >= 0 && cue.end <= latest, "time out of range");
+    check(i == 0 || list[i - 1].start <= cue.start, "not sorted");
+    (void)lumerix::fmtTime(cue.start);
+  }
+  (void)lumerix::cuesToJson(list);  // throws (and so aborts) on text JSON cannot carry
+  return 0;
+}
