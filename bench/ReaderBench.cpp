@@ -19,9 +19,8 @@ namespace {
 // Dialogue-like cues: a number, a timing line, one or two lines of text,
 // now and then in italics; CR LF line ends as most rips have.
 std::string makeSubRip(std::size_t targetBytes, bool chinese) {
-  static const char* latin[] = {"the",     "train", "leaves", "at",     "midnight", "and",
-                                "nobody",  "knows", "why",    "café",   "señor",    "déjà",
-                                "vu",      "station", "ticket", "please", "again",  "never"};
+  static const char* latin[] = {"the",  "train", "leaves", "at", "midnight", "and",    "nobody", "knows", "why",
+                                "café", "señor", "déjà",   "vu", "station",  "ticket", "please", "again", "never"};
   static const char* han[] = {"列车", "午夜", "出发", "没有人", "知道", "为什么", "车站", "车票", "请", "再一次"};
   std::mt19937 rng(42);
   std::string s;

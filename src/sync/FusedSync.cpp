@@ -1,0 +1,73 @@
+#include "sync/FusedSync.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace lumerix {
+
+bool isFullscreen(const std::vector<int>& targetPids, const std::optional<std::vector<WindowInfo>>& windows,
+                  const std::vector<ScreenSize>& screens) {
+  if (targetPids.empty() || !windows) return false;
+  for (const WindowInfo& w : *windows) {
+    if (std::find(targetPids.begin(), targetPids.end(), w.ownerPid) == targetPids.end()) continue;
+    for (const ScreenSize& s : screens) {
+      if (std::fabs(w.width - s.width) < 2.0 && std::fabs(w.height - s.height) < 2.0) return true;
+    }
+  }
+  return false;
+}
+
+FusedSync::FusedSync(System& system, std::unique_ptr<SyncSource> tv, std::unique_ptr<SyncSource> mr)
+    : system(system), tv(std::move(tv)), mr(std::move(mr)) {}
+
+void FusedSync::start() {
+  tv->start();
+  mr->start();
+}
+
+void FusedSync::cancel() {
+  tv->cancel();
+  mr->cancel();
+}
+
+bool FusedSync::detectFullscreen() {
+  const auto pids = system.targetProcessIds();
+  if (pids.empty()) return false;
+  return isFullscreen(pids, system.onScreenWindows(), system.screenSizes());
+}
+
+SyncSnapshot FusedSync::snapshot() {
+  // The window list is the costly part: ask at most twice a second.
+  const double now = system.uptime();
+  if (now - lastFSCheck >= 0.5) {
+    lastFSCheck = now;
+    lastFS = detectFullscreen();
+  }
+  SyncSnapshot t = tv->snapshot();
+  SyncSnapshot m = mr->snapshot();
+
+  if (!lastFS) {
+    if (t.position) {
+      // Learn how far the stream sits from the poller, but not from wild
+      // differences or while the poller's clock is frozen.
+      if (m.position && !t.holding && std::fabs(*t.position - *m.position) < 2.0) {
+        const double d = *t.position - *m.position;
+        mrBias = mrBias ? 0.2 * d + 0.8 * *mrBias : d;
+      }
+      return t;
+    }
+    if (t.idle) return t;
+  }
+  if (m.position) {
+    SyncSnapshot r;
+    r.position = *m.position + mrBias.value_or(0.0);
+    r.playing = m.playing;
+    r.track = std::move(m.track);
+    return r;
+  }
+  if (t.position) return t;
+  if (!m.status.empty()) return m;
+  return t;
+}
+
+}  // namespace lumerix

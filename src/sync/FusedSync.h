@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "platform/System.h"
+#include "sync/SyncSource.h"
+
+namespace lumerix {
+
+// True when any window of the target player is the size of a screen, within
+// 2 points each way. Only sizes count: not origins, layers or titles.
+bool isFullscreen(const std::vector<int>& targetPids, const std::optional<std::vector<WindowInfo>>& windows,
+                  const std::vector<ScreenSize>& screens);
+
+// The one source the controller owns: the poller wins in windowed
+// playback, the stream (shifted by a learnt bias, so switching does not make
+// the subtitles jump) in full screen. Main thread only, except that the two
+// sources run their own threads.
+class FusedSync : public SyncSource {
+ public:
+  // tv: the poller; mr: the now-playing stream.
+  FusedSync(System& system, std::unique_ptr<SyncSource> tv, std::unique_ptr<SyncSource> mr);
+
+  void start() override;
+  void cancel() override;
+  SyncSnapshot snapshot() override;
+  bool permissionIssue() override { return tv->permissionIssue(); }
+
+  // Poller position minus stream position, smoothed; absent until learnt.
+  std::optional<double> bias() const { return mrBias; }
+  bool fullscreen() const { return lastFS; }
+
+ private:
+  bool detectFullscreen();
+
+  System& system;
+  const std::unique_ptr<SyncSource> tv;
+  const std::unique_ptr<SyncSource> mr;
+  double lastFSCheck = 0;
+  bool lastFS = false;
+  std::optional<double> mrBias;
+};
+
+}  // namespace lumerix

@@ -1,0 +1,199 @@
+#include "sync/MediaRemoteSync.h"
+
+#include <cmath>
+
+#include "util/Thread.h"
+
+namespace lumerix {
+
+MediaRemoteSync::MediaRemoteSync(const Clock& clock, CommandProvider adapterCommand, std::string targetBundleID,
+                                 double relaunchDelay)
+    : clock(clock),
+      adapterCommand(std::move(adapterCommand)),
+      targetBundleID(std::move(targetBundleID)),
+      relaunchDelay(relaunchDelay) {}
+
+MediaRemoteSync::~MediaRemoteSync() {
+  cancel();
+  if (thread.joinable()) thread.join();
+}
+
+void MediaRemoteSync::start() {
+  if (!thread.joinable()) thread = std::thread([this] { run(); });
+}
+
+void MediaRemoteSync::cancel() {
+  {
+    std::lock_guard<std::mutex> guard(wakeMutex);
+    stopped = true;
+  }
+  wake.notify_all();
+  processes.cancel();
+}
+
+SyncSnapshot MediaRemoteSync::snapshot() {
+  const double now = clock.uptime();
+  std::lock_guard<std::mutex> guard(lock);
+  SyncSnapshot s;
+  s.playing = playingFlag;
+  s.track = title;
+  if (ok) {
+    s.position = elapsed + (playingFlag ? rate : 0.0) * (now - anchorUptime);
+  } else {
+    s.status = statusText;
+    s.idle = idleFlag;
+  }
+  return s;
+}
+
+void MediaRemoteSync::run() {
+  nameCurrentThread("MediaRemoteSync");
+  while (!stopped) {
+    auto command = adapterCommand();
+    if (!command) {
+      std::lock_guard<std::mutex> guard(lock);
+      ok = false;
+      statusText = missingText;
+      return;  // nothing to retry with
+    }
+    auto ran = processes.stream(*command, [this](std::string_view data) { consume(data); });
+    if (stopped) return;
+    if (!ran) {
+      std::lock_guard<std::mutex> guard(lock);
+      ok = false;
+      statusText = std::string(launchFailedPrefix) + ran.error();
+      return;  // a helper that cannot start will not start in 2 s either
+    }
+    {
+      // The merged state is kept: the next run's first diff builds on it.
+      std::lock_guard<std::mutex> guard(lock);
+      ok = false;
+      statusText = restartingText;
+    }
+    std::unique_lock<std::mutex> sleeper(wakeMutex);
+    wake.wait_for(sleeper, std::chrono::duration<double>(relaunchDelay), [this] { return stopped.load(); });
+  }
+}
+
+void MediaRemoteSync::consume(std::string_view data) {
+  if (data.empty()) return;
+  lineBuffer.append(data);
+  std::size_t start = 0;
+  for (std::size_t feed; (feed = lineBuffer.find('\n', start)) != std::string::npos; start = feed + 1) {
+    handleLine(std::string_view(lineBuffer).substr(start, feed - start));
+  }
+  lineBuffer.erase(0, start);
+}
+
+void MediaRemoteSync::handleLine(std::string_view line) {
+  if (line.empty()) return;
+  auto object = nlohmann::json::parse(line, nullptr, /*allow_exceptions=*/false);
+  if (!object.is_object()) return;  // also what a parse error gives (discarded)
+  const auto type = object.find("type");
+  if (type == object.end() || !type->is_string() || *type != "data") return;
+  const auto payload = object.find("payload");
+  if (payload == object.end() || !payload->is_object()) return;
+  const auto diff = object.find("diff");
+  if (diff != object.end() && diff->is_boolean() && diff->get<bool>()) {
+    merged.update(*payload);
+  } else {
+    merged = std::move(*payload);
+  }
+  apply();
+}
+
+void MediaRemoteSync::apply() {
+  std::lock_guard<std::mutex> guard(lock);
+  if (merged.empty()) {
+    ok = false;
+    idleFlag = true;
+    statusText = nothingPlayingText;
+    return;
+  }
+  const auto bundle = merged.find("bundleIdentifier");
+  if (bundle == merged.end() || !bundle->is_string()) return;
+  const auto& id = bundle->get_ref<const std::string&>();
+  if (!targetBundleID.empty() && id != targetBundleID) {
+    ok = false;
+    idleFlag = true;
+    statusText = "Active player is " + id + " — waiting for the TV app";
+    return;
+  }
+  const auto position = merged.find("elapsedTime");
+  if (position == merged.end() || !position->is_number() || !std::isfinite(position->get<double>())) {
+    ok = false;
+    idleFlag = false;
+    statusText = noPositionText;
+    return;
+  }
+  idleFlag = false;
+  const auto playingValue = merged.find("playing");
+  const bool playing = playingValue != merged.end() && playingValue->is_boolean() && playingValue->get<bool>();
+  const auto rateValue = merged.find("playbackRate");
+  const bool hasRate = rateValue != merged.end() && rateValue->is_number() && std::isfinite(rateValue->get<double>());
+  const double now = clock.uptime();
+  // The stream says when elapsedTime was true; carry that over to the
+  // uptime clock once, so later wall-clock changes cannot move us.
+  double age = 0;
+  const auto stamp = merged.find("timestamp");
+  if (stamp != merged.end() && stamp->is_string()) {
+    if (auto date = parseDate(stamp->get_ref<const std::string&>())) age = std::max(0.0, clock.wallClock() - *date);
+  }
+  elapsed = position->get<double>();
+  rate = hasRate ? rateValue->get<double>() : playing ? 1.0 : 0.0;
+  anchorUptime = now - age;
+  playingFlag = playing;
+  const auto name = merged.find("title");
+  title = name != merged.end() && name->is_string() ? name->get<std::string>() : std::string();
+  ok = true;
+  statusText.clear();
+}
+
+namespace {
+
+// Days since 1970-01-01 of a proleptic Gregorian date.
+long long daysFromCivil(int y, int m, int d) {
+  y -= m <= 2;
+  const int era = (y >= 0 ? y : y - 399) / 400;
+  const int yoe = y - era * 400;
+  const int doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  const int doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return static_cast<long long>(era) * 146097 + doe - 719468;
+}
+
+bool readDigits(std::string_view s, std::size_t at, std::size_t count, int& value) {
+  if (at + count > s.size()) return false;
+  value = 0;
+  for (std::size_t i = at; i < at + count; ++i) {
+    if (s[i] < '0' || s[i] > '9') return false;
+    value = value * 10 + (s[i] - '0');
+  }
+  return true;
+}
+
+}  // namespace
+
+std::optional<double> MediaRemoteSync::parseDate(std::string_view text) {
+  // 0123456789012345678901234
+  // yyyy-MM-ddTHH:mm:ss.SSSZ  or  yyyy-MM-ddTHH:mm:ssZ
+  int year, month, day, hour, minute, second, millis = 0;
+  const bool withMillis = text.size() == 24;
+  if (!withMillis && text.size() != 20) return std::nullopt;
+  if (!readDigits(text, 0, 4, year) || text[4] != '-' || !readDigits(text, 5, 2, month) || text[7] != '-' ||
+      !readDigits(text, 8, 2, day) || text[10] != 'T' || !readDigits(text, 11, 2, hour) || text[13] != ':' ||
+      !readDigits(text, 14, 2, minute) || text[16] != ':' || !readDigits(text, 17, 2, second)) {
+    return std::nullopt;
+  }
+  if (withMillis && (text[19] != '.' || !readDigits(text, 20, 3, millis))) return std::nullopt;
+  if (text.back() != 'Z') return std::nullopt;
+  static constexpr int monthDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  if (month < 1 || month > 12 || day < 1 || day > monthDays[month - 1] || (month == 2 && day == 29 && !leap) ||
+      hour > 23 || minute > 59 || second > 59) {
+    return std::nullopt;
+  }
+  const double days = static_cast<double>(daysFromCivil(year, month, day));
+  return days * 86400.0 + hour * 3600.0 + minute * 60.0 + second + millis / 1000.0;
+}
+
+}  // namespace lumerix

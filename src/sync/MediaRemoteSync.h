@@ -1,0 +1,85 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "platform/Clock.h"
+#include "sync/Subprocess.h"
+#include "sync/SyncSource.h"
+
+namespace lumerix {
+
+// The source that keeps working when the player cannot be asked directly
+// (full screen): a helper streams the system's now-playing information as
+// JSON lines, and the merged state gives an anchor to extrapolate from.
+class MediaRemoteSync : public SyncSource {
+ public:
+  static constexpr std::string_view connectingText = "Connecting to media services…";
+  static constexpr std::string_view missingText = "Sync helper is missing from the app bundle";
+  static constexpr std::string_view launchFailedPrefix = "Cannot launch sync helper: ";
+  static constexpr std::string_view restartingText = "Sync helper stopped — restarting…";
+  static constexpr std::string_view nothingPlayingText = "Nothing is playing";
+  static constexpr std::string_view noPositionText = "TV app reports no playback position yet";
+
+  // The helper's command line, looked up afresh for every launch; absent
+  // when the helper is not installed.
+  using CommandProvider = std::function<std::optional<std::vector<std::string>>()>;
+
+  // targetBundleID: the only player whose information counts; empty
+  // accepts any player.
+  MediaRemoteSync(const Clock& clock, CommandProvider adapterCommand, std::string targetBundleID = "com.apple.TV",
+                  double relaunchDelay = 2.0);
+  ~MediaRemoteSync() override;  // cancels and joins
+
+  void start() override;
+  void cancel() override;
+  SyncSnapshot snapshot() override;
+  bool permissionIssue() override { return false; }
+
+  // Output of the helper as it arrives, cut into lines. Reader thread.
+  void consume(std::string_view data);
+  void handleLine(std::string_view line);
+
+  // "yyyy-MM-ddTHH:mm:ss.SSSZ" or "yyyy-MM-ddTHH:mm:ssZ", UTC, as seconds
+  // since the Unix epoch.
+  static std::optional<double> parseDate(std::string_view text);
+
+ private:
+  void apply();
+  void run();  // launches the helper and relaunches it after every exit
+
+  const Clock& clock;
+  const CommandProvider adapterCommand;
+  const std::string targetBundleID;
+  const double relaunchDelay;
+
+  mutable std::mutex lock;  // guards ok through idleFlag
+  bool ok = false;
+  double elapsed = 0;
+  double rate = 0;
+  double anchorUptime = 0;
+  bool playingFlag = false;
+  std::string title;
+  std::string statusText{connectingText};
+  bool idleFlag = false;
+
+  // Reader side only: one call at a time, no lock.
+  std::string lineBuffer;
+  nlohmann::json merged = nlohmann::json::object();
+
+  std::atomic<bool> stopped{false};
+  ProcessSlot processes;
+  std::thread thread;
+  std::mutex wakeMutex;  // for the pause before a relaunch
+  std::condition_variable wake;
+};
+
+}  // namespace lumerix

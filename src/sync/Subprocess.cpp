@@ -1,0 +1,246 @@
+#include "sync/Subprocess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+extern char** environ;
+
+namespace lumerix {
+
+namespace {
+
+// Both ends close-on-exec from the start, so a concurrent spawn on another
+// thread cannot inherit them.
+bool makePipe(int fds[2]) {
+#if defined(__APPLE__)
+  if (::pipe(fds) != 0) return false;
+  // macOS has no pipe2; POSIX_SPAWN_CLOEXEC_DEFAULT below covers the gap.
+  ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
+  ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
+  return true;
+#else
+  return ::pipe2(fds, O_CLOEXEC) == 0;
+#endif
+}
+
+void closeFd(int& fd) {
+  if (fd >= 0) ::close(fd);
+  fd = -1;
+}
+
+// Reads what is there without blocking. Returns false at end of file.
+bool readAvailable(int fd, const Subprocess::Chunk& sink) {
+  char buf[65536];
+  for (;;) {
+    const ssize_t n = ::read(fd, buf, sizeof buf);
+    if (n > 0) {
+      if (sink) sink(std::string_view(buf, static_cast<std::size_t>(n)));
+      continue;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return true;
+    return false;  // end of file, or an error that ends the stream just the same
+  }
+}
+
+}  // namespace
+
+Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::vector<std::string>& argv) {
+  using R = Result<std::unique_ptr<Subprocess>, std::string>;
+  if (argv.empty() || argv[0].empty()) return R::failure(std::strerror(ENOENT));
+
+  int out[2] = {-1, -1}, err[2] = {-1, -1}, exitPipe[2] = {-1, -1};
+  auto closeAll = [&] {
+    for (int* p : {out, err, exitPipe}) {
+      closeFd(p[0]);
+      closeFd(p[1]);
+    }
+  };
+  if (!makePipe(out) || !makePipe(err) || !makePipe(exitPipe)) {
+    const int code = errno;
+    closeAll();
+    return R::failure(std::strerror(code));
+  }
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+  posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+
+  posix_spawnattr_t attr;
+  posix_spawnattr_init(&attr);
+  sigset_t none, all;
+  sigemptyset(&none);
+  sigfillset(&all);
+  posix_spawnattr_setsigmask(&attr, &none);
+  // Dispositions we ignore (SIGPIPE, say) must not be inherited as ignored.
+  posix_spawnattr_setsigdefault(&attr, &all);
+  posix_spawnattr_setpgroup(&attr, 0);
+  short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP;
+#if defined(__APPLE__)
+  flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;
+#endif
+  posix_spawnattr_setflags(&attr, flags);
+
+  std::vector<char*> cargv;
+  for (const auto& a : argv) cargv.push_back(const_cast<char*>(a.c_str()));
+  cargv.push_back(nullptr);
+
+  pid_t pid = -1;
+  const int rc = ::posix_spawnp(&pid, argv[0].c_str(), &actions, &attr, cargv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attr);
+  closeFd(out[1]);
+  closeFd(err[1]);
+  if (rc != 0) {
+    closeAll();
+    return R::failure(std::strerror(rc));
+  }
+  ::fcntl(out[0], F_SETFL, O_NONBLOCK);
+  ::fcntl(err[0], F_SETFL, O_NONBLOCK);
+  return R::success(std::unique_ptr<Subprocess>(new Subprocess(pid, out[0], err[0], exitPipe[0], exitPipe[1])));
+}
+
+Subprocess::Subprocess(pid_t pid, int outFd, int errFd, int exitRead, int exitWrite)
+    : pid_(pid), outFd_(outFd), errFd_(errFd), exitRead_(exitRead), exitWrite_(exitWrite) {
+  waiter_ = std::thread([this] { waitForExit(); });
+}
+
+void Subprocess::waitForExit() {
+  // Wait without reaping first: while the zombie exists its pid cannot be
+  // reused, so terminate() under the mutex never signals a stranger.
+  siginfo_t info{};
+  while (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+  }
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    exited_ = true;
+  }
+  const char byte = 1;
+  while (::write(exitWrite_, &byte, 1) < 0 && errno == EINTR) {
+  }
+}
+
+Subprocess::~Subprocess() {
+  // Whatever the child started goes with it.
+  signalGroup(SIGKILL);
+  waiter_.join();
+  ::kill(-pid_, SIGKILL);
+  closeFd(outFd_);
+  closeFd(errFd_);
+  ::close(exitRead_);
+  ::close(exitWrite_);
+}
+
+bool Subprocess::exited() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return exited_;
+}
+
+void Subprocess::signalGroup(int sig) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (!exited_) ::kill(-pid_, sig);
+}
+
+void Subprocess::terminate() {
+  signalGroup(SIGTERM);
+}
+
+bool Subprocess::pump(const Chunk& onStdout, const Chunk& onStderr, std::optional<TimePoint> deadline) {
+  for (;;) {
+    pollfd fds[3] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}, {exitRead_, POLLIN, 0}};
+    int timeoutMs = -1;
+    if (deadline) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
+      if (left.count() <= 0) return false;
+      timeoutMs = static_cast<int>(std::min<long long>(left.count(), 1 << 30));
+    }
+    const int n = ::poll(fds, 3, timeoutMs);
+    if (n < 0 && errno == EINTR) continue;
+    if (n == 0) return false;
+    if (fds[0].revents && !readAvailable(outFd_, onStdout)) closeFd(outFd_);
+    if (fds[1].revents && !readAvailable(errFd_, onStderr)) closeFd(errFd_);
+    if (fds[2].revents) {
+      // Everything the child wrote before exiting is in the pipes now. A
+      // grandchild may keep them open, so take what is there and stop.
+      if (outFd_ >= 0 && !readAvailable(outFd_, onStdout)) closeFd(outFd_);
+      if (errFd_ >= 0 && !readAvailable(errFd_, onStderr)) closeFd(errFd_);
+      return true;
+    }
+  }
+}
+
+void Subprocess::stop(std::chrono::milliseconds grace) {
+  terminate();
+  if (pump(nullptr, nullptr, std::chrono::steady_clock::now() + grace)) return;
+  signalGroup(SIGKILL);
+  pump(nullptr, nullptr);
+}
+
+// ---------------------------------------------------------------------------
+
+void ProcessSlot::cancel() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  cancelled_ = true;
+  if (current_) current_->terminate();
+}
+
+bool ProcessSlot::cancelled() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return cancelled_;
+}
+
+Result<std::unique_ptr<Subprocess>, std::string> ProcessSlot::attach(const std::vector<std::string>& argv) {
+  using R = Result<std::unique_ptr<Subprocess>, std::string>;
+  std::lock_guard<std::mutex> lock(mutex_);
+  // Starting under the lock closes the gap in which cancel() could miss a child.
+  if (cancelled_) return R::failure("cancelled");
+  auto child = Subprocess::start(argv);
+  if (child) current_ = child.value().get();
+  return child;
+}
+
+void ProcessSlot::detach() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  current_ = nullptr;
+}
+
+std::optional<CommandOutput> ProcessSlot::run(const std::vector<std::string>& argv,
+                                              std::optional<double> timeoutSeconds) {
+  auto child = attach(argv);
+  if (!child) return std::nullopt;
+  Subprocess& p = *child.value();
+  CommandOutput output;
+  std::optional<Subprocess::TimePoint> deadline;
+  if (timeoutSeconds) {
+    deadline = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                                      std::chrono::duration<double>(*timeoutSeconds));
+  }
+  const bool exited = p.pump([&](std::string_view s) { output.out.append(s); },
+                             [&](std::string_view s) { output.err.append(s); }, deadline);
+  if (!exited) p.stop(std::chrono::seconds(1));
+  detach();
+  if (!exited || cancelled()) return std::nullopt;
+  return output;
+}
+
+Result<bool, std::string> ProcessSlot::stream(const std::vector<std::string>& argv, const Subprocess::Chunk& onStdout) {
+  auto child = attach(argv);
+  if (!child) return Result<bool, std::string>::failure(child.error());
+  child.value()->pump(onStdout, nullptr);
+  detach();
+  return Result<bool, std::string>::success(true);
+}
+
+}  // namespace lumerix

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "util/Result.h"
+
+namespace lumerix {
+
+// A child process with stdout and stderr on pipes and stdin on /dev/null.
+// Every descriptor we open is close-on-exec, so no child inherits another
+// child's pipes. The child leads a process group of its own, so that
+// stopping it also stops whatever it started. A waiter thread reaps it the
+// moment it exits (no zombies) and wakes the thread pumping its output.
+class Subprocess {
+ public:
+  using Chunk = std::function<void(std::string_view)>;
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  // Starts argv[0] (looked up in PATH when it has no slash) with the
+  // environment inherited. The error is the system's own text.
+  static Result<std::unique_ptr<Subprocess>, std::string> start(const std::vector<std::string>& argv);
+
+  Subprocess(const Subprocess&) = delete;
+  Subprocess& operator=(const Subprocess&) = delete;
+  // Kills the child and its group if still there, and reaps it.
+  ~Subprocess();
+
+  pid_t pid() const { return pid_; }
+  bool exited() const;
+  // SIGTERM to the child's group, unless the child has already been reaped.
+  // Any thread.
+  void terminate();
+
+  // Hands output to the callbacks (either may be empty) as it arrives,
+  // until the child has exited and what it wrote is read, or until the
+  // deadline. Returns whether the child exited. One pumping thread at a time.
+  bool pump(const Chunk& onStdout, const Chunk& onStderr, std::optional<TimePoint> deadline = std::nullopt);
+
+  // terminate(), then SIGKILL if the child is still there after grace;
+  // returns once it has been reaped.
+  void stop(std::chrono::milliseconds grace);
+
+ private:
+  Subprocess(pid_t pid, int outFd, int errFd, int exitRead, int exitWrite);
+  void signalGroup(int sig);
+  void waitForExit();
+
+  const pid_t pid_;
+  int outFd_, errFd_;
+  const int exitRead_, exitWrite_;  // the waiter writes one byte when the child exits
+  std::thread waiter_;
+
+  mutable std::mutex mutex_;  // guards exited_ and makes signalling and reaping exclusive
+  bool exited_ = false;
+};
+
+struct CommandOutput {
+  std::string out;
+  std::string err;
+};
+
+// Lets one thread stop the child another thread is running now, and any
+// it would start later. The sources' cancel() goes through this.
+class ProcessSlot {
+ public:
+  void cancel();
+  bool cancelled() const;
+
+  // Runs argv to completion, collecting its output. Absent when it cannot be
+  // launched, when it outlives the timeout (it is then stopped), or when the
+  // slot is cancelled.
+  std::optional<CommandOutput> run(const std::vector<std::string>& argv, std::optional<double> timeoutSeconds);
+
+  // Runs argv until it exits, handing its stdout to onStdout as it arrives
+  // (stderr is read and dropped). The error, when it cannot be launched, is
+  // the system's text.
+  Result<bool, std::string> stream(const std::vector<std::string>& argv, const Subprocess::Chunk& onStdout);
+
+ private:
+  Result<std::unique_ptr<Subprocess>, std::string> attach(const std::vector<std::string>& argv);
+  void detach();
+
+  mutable std::mutex mutex_;  // guards current_ and cancelled_
+  Subprocess* current_ = nullptr;
+  bool cancelled_ = false;
+};
+
+}  // namespace lumerix

@@ -1,0 +1,196 @@
+#include "sync/TVSync.h"
+
+#include <charconv>
+#include <cmath>
+
+#include "util/Thread.h"
+#include "util/Unicode.h"
+
+namespace lumerix {
+
+namespace {
+
+std::string decodedAndTrimmed(const std::string& bytes) {
+  if (!unicode::isValidUtf8(bytes)) return {};
+  return std::string(unicode::trim(bytes, unicode::isWhitespaceOrLineEnd));
+}
+
+std::string_view trimSpaces(std::string_view s) {
+  return unicode::trim(s, unicode::isWhitespace);
+}
+
+// A decimal number in the C locale (whatever locale the process runs in),
+// the whole text and nothing else. A comma counts as the decimal point:
+// the player prints numbers the way the user's locale does. Infinities and
+// NaN are refused: no clock can show them.
+std::optional<double> parsePosition(std::string_view field) {
+  std::string text(trimSpaces(field));
+  for (char& c : text) {
+    if (c == ',') c = '.';
+  }
+  std::string_view digits = text;
+  if (digits.starts_with('+') && digits.size() > 1 && digits[1] != '-' && digits[1] != '+') digits.remove_prefix(1);
+  double value = 0;
+  const auto [end, ec] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  if (ec != std::errc() || end != digits.data() + digits.size() || digits.empty() || !std::isfinite(value)) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+}  // namespace
+
+TVSync::TVSync(System& system, Options options)
+    : system(system), options(std::move(options)), anchorTS(system.uptime()) {}
+
+TVSync::~TVSync() {
+  cancel();
+  if (thread.joinable()) thread.join();
+}
+
+void TVSync::start() {
+  if (!thread.joinable()) thread = std::thread([this] { main(); });
+}
+
+void TVSync::cancel() {
+  {
+    std::lock_guard<std::mutex> guard(wakeMutex);
+    cancelled = true;
+  }
+  wake.notify_all();
+  processes.cancel();
+}
+
+SyncSnapshot TVSync::snapshot() {
+  const double now = system.uptime();
+  std::lock_guard<std::mutex> guard(lock);
+  SyncSnapshot s;
+  s.playing = playing;
+  s.track = track;
+  if (ok) {
+    s.position = anchorPos + (playing && !stalled ? now - anchorTS : 0.0);
+    s.holding = stalled;
+  } else {
+    s.status = statusText;
+    s.idle = idleFlag;
+  }
+  return s;
+}
+
+bool TVSync::permissionIssue() {
+  std::lock_guard<std::mutex> guard(lock);
+  return permissionDenied;
+}
+
+std::optional<CommandOutput> TVSync::runOsascript(const std::vector<std::string>& argv, std::optional<double> timeout) {
+  auto output = processes.run(argv, timeout);
+  if (!output) return std::nullopt;
+  return CommandOutput{decodedAndTrimmed(output->out), decodedAndTrimmed(output->err)};
+}
+
+void TVSync::main() {
+  nameCurrentThread("TVSync", true);
+  std::unique_lock<std::mutex> sleeper(wakeMutex);
+  while (!cancelled) {
+    sleeper.unlock();
+    maybeRequestConsent();
+    const double t0 = system.uptime();
+    auto answer = runOsascript(options.pollCommand, options.pollTimeout);
+    const double t1 = system.uptime();
+    if (!processes.cancelled()) {
+      applyPoll(answer ? answer->out : "", answer ? answer->err : "", t0, t1);
+    }
+    sleeper.lock();
+    wake.wait_for(sleeper, std::chrono::duration<double>(options.pollInterval), [this] { return cancelled; });
+  }
+}
+
+void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, double t1) {
+  // The answer is "state|position|name"; the name may itself hold "|".
+  std::optional<double> raw;
+  bool playingNow = false;
+  std::string_view name;
+  if (!out.empty() && !out.starts_with("err") && out != "off") {
+    const std::size_t bar1 = out.find('|');
+    const std::size_t bar2 = bar1 == std::string_view::npos ? bar1 : out.find('|', bar1 + 1);
+    if (bar2 != std::string_view::npos) {
+      raw = parsePosition(out.substr(bar1 + 1, bar2 - bar1 - 1));
+      playingNow = trimSpaces(out.substr(0, bar1)) == "true";
+      name = trimSpaces(out.substr(bar2 + 1));
+    }
+  }
+
+  std::lock_guard<std::mutex> guard(lock);
+  if (raw) {
+    permissionDenied = false;
+    consentGranted = true;
+    idleFlag = false;
+    const double previous = lastRawPos.value_or(INFINITY);
+    lastRawPos = raw;
+    stallPolls = std::fabs(*raw - previous) < 0.001 ? stallPolls + 1 : 0;
+    // The player answered somewhere inside the run; its middle is the best guess.
+    const double m = (t0 + t1) * 0.5;
+    if (playingNow && ok && stallPolls >= 2) {
+      stalled = true;
+      anchorPos = *raw;
+      anchorTS = m;
+      playing = true;
+    } else {
+      stalled = false;
+      const double predicted = anchorPos + (playing ? m - anchorTS : 0.0);
+      // Small disagreements are jitter: move part of the way. Anything
+      // else (first sample, play/pause, a seek) is taken as it is.
+      const bool smooth = playingNow == playing && ok && std::fabs(*raw - predicted) <= 0.4;
+      anchorPos = smooth ? predicted + (*raw - predicted) * 0.3 : *raw;
+      anchorTS = m;
+      playing = playingNow;
+    }
+    track = std::string(name);
+    failedPolls = 0;
+    ok = true;
+    statusText.clear();
+    return;
+  }
+
+  if (err.find("-1743") != std::string_view::npos || out.find("-1743") != std::string_view::npos) {
+    // The system refused the request: say so at once, no grace.
+    ok = false;
+    permissionDenied = true;
+    consentGranted = false;
+    idleFlag = false;
+    statusText = permissionText;
+    failedPolls = 0;
+    return;
+  }
+  // One or two failures in a row keep the clock running from the last anchor.
+  if (++failedPolls < 3) return;
+  ok = false;
+  idleFlag = out == "off" || out.starts_with("err") || out.find("missing value") != std::string_view::npos;
+  statusText = permissionDenied ? permissionText : idleFlag ? idleText : unreadableText;
+}
+
+void TVSync::maybeRequestConsent() {
+  if (consentGranted) return;
+  const double now = system.uptime();
+  if (!(now - lastConsentAttempt > 20.0)) return;
+  // Not running yet: ask on the first poll after it starts.
+  if (!system.targetRunning()) return;
+  lastConsentAttempt = now;
+  const std::optional<int> result = system.requestAutomationPermission();
+  if (!result) return;
+  {
+    std::lock_guard<std::mutex> guard(lock);
+    permissionDenied = *result == -1743;
+    if (*result == 0) {
+      consentGranted = true;
+      return;
+    }
+  }
+  // Undecided: a real request makes the system put the question to the
+  // user. Its answer does not matter, and no polls run while it waits.
+  if (*result != -1743 && *result != -600 && !options.consentCommand.empty()) {
+    processes.run(options.consentCommand, std::nullopt);
+  }
+}
+
+}  // namespace lumerix

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "platform/System.h"
+#include "sync/Subprocess.h"
+#include "sync/SyncSource.h"
+
+namespace lumerix {
+
+// The precise source for windowed playback: asks the player for position,
+// state and track name about three times a second and turns the samples
+// into a smoothly advancing clock.
+class TVSync : public SyncSource {
+ public:
+  static constexpr std::string_view connectingText = "Connecting to the TV app…";
+  static constexpr std::string_view permissionText =
+      "Automation permission needed — System Settings › Privacy & Security › Automation › Lumerix → enable TV";
+  static constexpr std::string_view idleText = "TV app is not playing";
+  static constexpr std::string_view unreadableText = "Cannot read the TV app (check Automation permission)";
+
+  // Sent to osascript on macOS, byte for byte.
+  static constexpr std::string_view pollScript =
+      "if application \"TV\" is running then\n"
+      "    tell application \"TV\"\n"
+      "        try\n"
+      "            set p to player position\n"
+      "            set s to (player state is playing)\n"
+      "            set n to \"\"\n"
+      "            try\n"
+      "                set n to name of current track\n"
+      "            end try\n"
+      "            return (s as text) & \"|\" & (p as text) & \"|\" & n\n"
+      "        on error errm number errn\n"
+      "            return \"err|\" & (errn as text)\n"
+      "        end try\n"
+      "    end tell\n"
+      "else\n"
+      "    return \"off\"\n"
+      "end if";
+  static constexpr std::string_view consentScript =
+      "with timeout of 120 seconds\n"
+      "    tell application \"TV\" to get player state\n"
+      "end timeout";
+
+  struct Options {
+    // Prints one answer line: "true|12.5|Title", "off" or "err|N".
+    std::vector<std::string> pollCommand;
+    // Sends the player one real request so the system settles consent with
+    // the user; empty where there is no such thing.
+    std::vector<std::string> consentCommand;
+    double pollInterval = 0.35;  // pause after each poll ends
+    double pollTimeout = 5.0;
+  };
+
+  TVSync(System& system, Options options);
+  ~TVSync() override;  // cancels and joins the thread
+
+  void start() override;
+  void cancel() override;
+  SyncSnapshot snapshot() override;
+  bool permissionIssue() override;
+
+  // Runs one command to completion within the poll timeout; both outputs
+  // decoded as UTF-8 (anything else reads as empty) and trimmed. Absent
+  // when it could not be launched, timed out or was cancelled.
+  std::optional<CommandOutput> runOsascript(const std::vector<std::string>& argv, std::optional<double> timeout);
+
+  // Folds one poll's answer into the clock. t0 and t1 are the uptimes
+  // before and after the run. Poll thread (tests call it directly).
+  void applyPoll(std::string_view out, std::string_view err, double t0, double t1);
+
+  // Before each poll: asks the system for consent to automate the player
+  // until it is granted, at most every 20 s. Poll thread.
+  void maybeRequestConsent();
+
+ private:
+  void main();
+
+  System& system;
+  const Options options;
+  ProcessSlot processes;  // the poll or consent run in flight, for cancel()
+  std::thread thread;
+  std::mutex wakeMutex;  // guards cancelled, for the sleep between polls
+  std::condition_variable wake;
+  bool cancelled = false;
+
+  mutable std::mutex lock;  // guards every field from here to failedPolls
+  bool ok = false;
+  bool playing = false;
+  double anchorPos = 0;
+  double anchorTS;
+  std::string track;
+  std::string statusText{connectingText};
+  bool permissionDenied = false;
+  bool idleFlag = false;
+  std::optional<double> lastRawPos;
+  int stallPolls = 0;
+  bool stalled = false;
+  int failedPolls = 0;
+
+  // Poll thread only.
+  bool consentGranted = false;
+  double lastConsentAttempt = 0;
+};
+
+}  // namespace lumerix

@@ -1,0 +1,164 @@
+#include <gtest/gtest.h>
+
+#include "FakeSystem.h"
+#include "SyncTestSupport.h"
+#include "sync/MediaRemoteSync.h"
+
+namespace lumerix {
+namespace {
+
+using test::FakeSystem;
+
+std::string line(const std::string& payload, const char* diff = "false") {
+  return std::string(R"({"type":"data","diff":)") + diff + R"(,"payload":)" + payload + "}\n";
+}
+
+struct Stream {
+  FakeSystem clock;
+  MediaRemoteSync mr{clock, [] { return std::nullopt; }};
+  double position() { return mr.snapshot().position.value_or(-1); }
+};
+
+TEST(MediaRemoteLines, LinesAreCutAcrossReadsAndJunkIsDropped) {
+  Stream s;
+  EXPECT_EQ(s.mr.snapshot(), (SyncSnapshot{std::nullopt, false, "", "Connecting to media services…", false, false}));
+  const std::string first = line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":10,"playing":false,"title":"A"})");
+  s.mr.consume(first.substr(0, 30));
+  EXPECT_FALSE(s.mr.snapshot().position);  // half a line does nothing yet
+  s.mr.consume(first.substr(30) + "garbage\n[1,2]\n{\"type\":\"log\",\"payload\":{}}\n" +
+               R"({"type":"data","payload":"no object"})" + "\n\r\n");
+  EXPECT_DOUBLE_EQ(s.position(), 10);
+  // Two objects in one read; a carriage return before the line feed is fine.
+  s.mr.consume(line(R"({"elapsedTime":11})", "true") + line(R"({"elapsedTime":12})", "true"));
+  EXPECT_DOUBLE_EQ(s.position(), 12);
+  s.mr.consume("{\"type\":\"data\",\"diff\":true,\"payload\":{\"elapsedTime\":13}}\r\n");
+  EXPECT_DOUBLE_EQ(s.position(), 13);
+}
+
+TEST(MediaRemoteLines, DiffsMergeAndFullPayloadsReplace) {
+  Stream s;
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":5,"playing":true,"title":"Ep 1"})"));
+  s.mr.consume(line(R"({"elapsedTime":50})", "true"));
+  auto snap = s.mr.snapshot();
+  EXPECT_EQ(snap.track, "Ep 1");
+  EXPECT_TRUE(snap.playing);
+  EXPECT_DOUBLE_EQ(*snap.position, 50);
+  // "diff" that is not the boolean true means a full payload.
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":7})", "\"yes\""));
+  snap = s.mr.snapshot();
+  EXPECT_EQ(snap.track, "");
+  EXPECT_FALSE(snap.playing);
+  // A payload that names no player changes nothing.
+  s.mr.consume(line(R"({"elapsedTime":99,"title":"ignored"})"));
+  EXPECT_DOUBLE_EQ(s.position(), 7);
+  EXPECT_EQ(s.mr.snapshot().track, "");
+}
+
+TEST(MediaRemoteLines, RateAndTimestampPlaceTheAnchor) {
+  Stream s;
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":10,"playing":true})"));
+  s.clock.advance(2);
+  EXPECT_DOUBLE_EQ(s.position(), 12);  // playing without a rate: 1 s per second
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":10,"playing":true,"playbackRate":2})"));
+  s.clock.advance(2);
+  EXPECT_DOUBLE_EQ(s.position(), 14);
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":10,"playing":false,"playbackRate":1})"));
+  s.clock.advance(5);
+  EXPECT_DOUBLE_EQ(s.position(), 10);  // paused: still, whatever the rate says
+
+  // 2023-11-14T22:13:20Z is 1.7e9 s after the epoch, the fake wall clock's start.
+  s.clock.wall = 1.7e9 + 3;
+  const std::pair<const char*, double> stamps[] = {
+      {"2023-11-14T22:13:20Z", 13}, {"2023-11-14T22:13:20.500Z", 12.5}, {"2023-11-14T22:13:30Z", 10},
+      {"2023-11-14 22:13:20Z", 10}, {"2023-11-14T22:13:20.5Z", 10},     {"2023-11-14T22:13:20+00:00", 10},
+      {"2023-02-29T22:13:20Z", 10},
+  };
+  for (const auto& [stamp, expected] : stamps) {
+    s.mr.consume(
+        line(std::string(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":10,"playing":true,"timestamp":")") +
+             stamp + "\"}"));
+    EXPECT_DOUBLE_EQ(s.position(), expected) << stamp;
+  }
+  EXPECT_EQ(MediaRemoteSync::parseDate("2024-02-29T00:00:00.001Z"), 1709164800.001);
+  EXPECT_EQ(MediaRemoteSync::parseDate("1970-01-01T00:00:00Z"), 0.0);
+}
+
+TEST(MediaRemoteLines, StatusTextsForEachKindOfNothing) {
+  Stream s;
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":10,"playing":true,"title":"Ep"})"));
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.Music","elapsedTime":3,"playing":true})"));
+  EXPECT_EQ(s.mr.snapshot(), (SyncSnapshot{std::nullopt, true, "Ep",
+                                           "Active player is com.apple.Music — waiting for the TV app", true, false}));
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":null})"));
+  EXPECT_EQ(s.mr.snapshot().status, "TV app reports no playback position yet");
+  EXPECT_FALSE(s.mr.snapshot().idle);
+  s.mr.consume(line("{}"));
+  EXPECT_EQ(s.mr.snapshot().status, "Nothing is playing");
+  EXPECT_TRUE(s.mr.snapshot().idle);
+
+  // With no chosen player, any player's information counts.
+  MediaRemoteSync any(
+      s.clock, [] { return std::nullopt; }, "");
+  any.consume(line(R"({"bundleIdentifier":"org.mpris.MediaPlayer2.mpv","elapsedTime":3})"));
+  EXPECT_TRUE(any.snapshot().position);
+}
+
+// The real thread and real helper processes.
+TEST(MediaRemoteThread, StreamsFromAHelperAndStopsCleanly) {
+  test::TempDir dir;
+  FakeSystem clock;
+  clock.realTime = true;
+  const int threadsBefore = test::threadCount();
+  {
+    MediaRemoteSync mr(clock, [&] {
+      return std::optional<std::vector<std::string>>({test::helper("split-stream.sh"), dir.path("pids")});
+    });
+    mr.start();
+    ASSERT_TRUE(test::waitFor([&] { return mr.snapshot().position.has_value(); }));
+    EXPECT_EQ(mr.snapshot().track, "Show S01E02");
+    ASSERT_TRUE(test::waitFor([&] { return mr.snapshot().track == "Show S01E03"; }));
+    EXPECT_GE(*mr.snapshot().position, 100);
+    mr.cancel();
+    mr.cancel();
+    EXPECT_TRUE(test::processGroupGone(test::firstPid(dir.path("pids"))));
+  }
+  EXPECT_EQ(test::threadCount(), threadsBefore);
+}
+
+TEST(MediaRemoteThread, AHelperThatExitsIsRelaunchedAfterTheDelayUntilCancelled) {
+  test::TempDir dir;
+  FakeSystem clock;
+  clock.realTime = true;
+  const std::string launches = dir.path("launches");
+  MediaRemoteSync mr(
+      clock,
+      [&] {
+        return std::optional<std::vector<std::string>>({test::helper("exit-at-once.sh"), launches});
+      },
+      "com.apple.TV", 0.1);
+  mr.start();
+  ASSERT_TRUE(test::waitFor([&] { return test::lineCount(launches) >= 4; }));
+  EXPECT_EQ(mr.snapshot().status, "Sync helper stopped — restarting…");
+  mr.cancel();
+  const int after = test::lineCount(launches);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_LE(test::lineCount(launches), after + 1);  // one launch may have been under way
+}
+
+TEST(MediaRemoteThread, MissingOrUnlaunchableHelpersArePermanent) {
+  FakeSystem clock;
+  MediaRemoteSync missing(
+      clock, [] { return std::nullopt; }, "com.apple.TV", 0.01);
+  missing.start();
+  EXPECT_TRUE(test::waitFor([&] { return missing.snapshot().status == "Sync helper is missing from the app bundle"; }));
+
+  MediaRemoteSync broken(
+      clock, [] { return std::optional<std::vector<std::string>>({test::helper("not-executable.sh")}); },
+      "com.apple.TV", 0.01);
+  broken.start();
+  EXPECT_TRUE(
+      test::waitFor([&] { return broken.snapshot().status == "Cannot launch sync helper: Permission denied"; }));
+}
+
+}  // namespace
+}  // namespace lumerix

@@ -1,0 +1,215 @@
+#include <gtest/gtest.h>
+
+#include "FakeSystem.h"
+#include "SyncTestSupport.h"
+#include "sync/TVSync.h"
+
+namespace lumerix {
+namespace {
+
+using test::FakeSystem;
+
+// Feeds answers straight into the clock at exact times: each poll ran from
+// `now` for 0.1 s, then the clock moves on by `gap`.
+struct Poller {
+  FakeSystem system;
+  TVSync tv{system, TVSync::Options{}};
+
+  void poll(std::string_view out, std::string_view err = "", double gap = 0.35) {
+    const double t0 = system.now;
+    system.advance(0.1);
+    tv.applyPoll(out, err, t0, system.now);
+    system.advance(gap);
+  }
+  double position() { return tv.snapshot().position.value_or(-1); }
+};
+
+TEST(TVSyncAnswers, FieldsAreReadAsThePlayerPrintsThem) {
+  Poller p;
+  EXPECT_EQ(p.tv.snapshot(), (SyncSnapshot{std::nullopt, false, "", "Connecting to the TV app…", false, false}));
+
+  p.poll(" true |12,5| Show | Part 2 ");
+  // Anchored at the middle of the run, then extrapolated to now.
+  EXPECT_NEAR(p.position(), 12.5 + 0.05 + 0.35, 1e-9);
+  auto s = p.tv.snapshot();
+  EXPECT_TRUE(s.playing);
+  EXPECT_EQ(s.track, "Show | Part 2");
+  EXPECT_EQ(s.status, "");
+
+  // Paused: the position stands still however long we wait.
+  p.poll("false|20.25|");
+  p.system.advance(10);
+  EXPECT_DOUBLE_EQ(p.position(), 20.25);
+  EXPECT_EQ(p.tv.snapshot().track, "");
+}
+
+TEST(TVSyncAnswers, SmallDifferencesAreSmoothedAndJumpsTakenAsTheyAre) {
+  Poller p;
+  p.poll("true|100|x", "", 0.9);  // anchor 100 at the run's middle; next run's middle is 1.0 s later
+  p.poll("true|101.3|x");         // predicted 101.0, 0.3 off: moves 30 % of the way
+  EXPECT_NEAR(p.position(), 101.09 + 0.05 + 0.35, 1e-9);
+
+  p.system.advance(0.4);
+  p.poll("true|90|x");  // a seek back
+  EXPECT_NEAR(p.position(), 90 + 0.05 + 0.35, 1e-9);
+  p.poll("false|91|x");  // a pause: taken as is even though it is close
+  EXPECT_DOUBLE_EQ(p.position(), 91);
+}
+
+TEST(TVSyncAnswers, AFrozenPositionWhilePlayingHoldsTheClock) {
+  Poller p;
+  p.poll("true|50|x");
+  p.poll("true|50|x");  // once: could be jitter, still extrapolating
+  EXPECT_FALSE(p.tv.snapshot().holding);
+  p.poll("true|50.0005|x");  // twice within a millisecond: a stall
+  auto s = p.tv.snapshot();
+  EXPECT_TRUE(s.holding);
+  EXPECT_DOUBLE_EQ(*s.position, 50.0005);
+  p.system.advance(5);
+  EXPECT_DOUBLE_EQ(p.position(), 50.0005);
+  p.poll("true|50.6|x");  // moving again
+  EXPECT_FALSE(p.tv.snapshot().holding);
+  EXPECT_GT(p.position(), 50.6);
+}
+
+TEST(TVSyncAnswers, FailuresNeedThreeInARowExceptRefusedPermission) {
+  struct Case {
+    const char* out;
+    const char* err;
+    bool idle;
+    const char* status;
+  };
+  const Case cases[] = {
+      {"false|missing value|", "", true, "TV app is not playing"},
+      {"off", "", true, "TV app is not playing"},
+      {"err|-1728", "", true, "TV app is not playing"},
+      {"", "", false, "Cannot read the TV app (check Automation permission)"},  // no answer or timed out
+      {"true|twelve|x", "", false, "Cannot read the TV app (check Automation permission)"},
+      {"true|12.5", "", false, "Cannot read the TV app (check Automation permission)"},  // two fields
+      {"true|inf|x", "", false, "Cannot read the TV app (check Automation permission)"},
+  };
+  for (const Case& c : cases) {
+    Poller p;
+    p.poll("true|10|Show");
+    p.poll(c.out, c.err);
+    p.poll(c.out, c.err);
+    EXPECT_TRUE(p.tv.snapshot().position) << c.out << ": two failures keep the clock running";
+    p.poll(c.out, c.err);
+    auto s = p.tv.snapshot();
+    EXPECT_FALSE(s.position) << c.out;
+    EXPECT_EQ(s.idle, c.idle) << c.out;
+    EXPECT_EQ(s.status, c.status) << c.out;
+    EXPECT_EQ(s.track, "Show") << c.out << ": the last name is kept";
+    EXPECT_TRUE(s.playing) << c.out << ": so is the last state";
+    p.poll("true|30|Next");
+    EXPECT_EQ(p.tv.snapshot().status, "") << c.out << ": a good poll recovers";
+  }
+
+  for (auto [out, err] : {std::pair{"err|-1743", ""}, std::pair{"", "execution error: Not authorized (-1743)"}}) {
+    Poller p;
+    p.poll("true|10|Show");
+    p.poll(out, err);
+    auto s = p.tv.snapshot();
+    EXPECT_FALSE(s.position);
+    EXPECT_FALSE(s.idle);
+    EXPECT_EQ(s.status,
+              "Automation permission needed — System Settings › Privacy & Security › Automation › Lumerix → enable TV");
+    EXPECT_TRUE(p.tv.permissionIssue());
+    p.poll("true|11|Show");
+    EXPECT_FALSE(p.tv.permissionIssue());
+  }
+}
+
+TEST(TVSyncConsent, AskedUntilGrantedAtMostEveryTwentySeconds) {
+  Poller p;
+  p.system.running = false;
+  p.tv.maybeRequestConsent();
+  EXPECT_EQ(p.system.permissionRequests, 0);  // not running: ask once it starts
+  p.system.running = true;
+  p.system.permission = -1743;
+  p.tv.maybeRequestConsent();
+  EXPECT_EQ(p.system.permissionRequests, 1);
+  EXPECT_TRUE(p.tv.permissionIssue());
+  p.system.advance(19.9);
+  p.tv.maybeRequestConsent();
+  EXPECT_EQ(p.system.permissionRequests, 1);
+  p.system.advance(0.2);
+  p.system.permission = 0;
+  p.tv.maybeRequestConsent();
+  EXPECT_EQ(p.system.permissionRequests, 2);
+  EXPECT_FALSE(p.tv.permissionIssue());
+  p.system.advance(60);
+  p.tv.maybeRequestConsent();
+  EXPECT_EQ(p.system.permissionRequests, 2);  // granted: never asked again
+
+  // Refused by the system, then polls fail: the permission wording, after
+  // the usual grace.
+  Poller q;
+  q.system.permission = -1743;
+  q.tv.maybeRequestConsent();
+  q.poll("");
+  q.poll("");
+  EXPECT_EQ(q.tv.snapshot().status, "Connecting to the TV app…");
+  q.poll("");
+  EXPECT_EQ(q.tv.snapshot().status,
+            "Automation permission needed — System Settings › Privacy & Security › Automation › Lumerix → enable TV");
+}
+
+TEST(TVSyncConsent, UndecidedConsentSendsOneRealRequest) {
+  test::TempDir dir;
+  FakeSystem system;
+  system.permission = -1744;  // the user has not been asked yet
+  TVSync tv(system, {{}, {"/bin/sh", "-c", "echo asked >> " + dir.path("asked")}});
+  tv.maybeRequestConsent();
+  EXPECT_EQ(test::lineCount(dir.path("asked")), 1);
+  system.permission = -600;  // the player quit meanwhile: no request
+  system.advance(21);
+  tv.maybeRequestConsent();
+  EXPECT_EQ(system.permissionRequests, 2);
+  EXPECT_EQ(test::lineCount(dir.path("asked")), 1);
+}
+
+// The real thread, real processes, real time.
+TEST(TVSyncThread, PollsAHelperAndStopsCleanly) {
+  test::TempDir dir;
+  dir.write("answer", "true|12,5|Show S01E01\n");
+  FakeSystem system;
+  system.realTime = true;
+  TVSync::Options options{{test::helper("answer-from-file.sh"), dir.path("answer")}, {}, 0.02, 5.0};
+  const int threadsBefore = test::threadCount();
+  {
+    TVSync tv(system, options);
+    tv.start();
+    ASSERT_TRUE(test::waitFor([&] { return tv.snapshot().position.has_value(); }));
+    auto s = tv.snapshot();
+    EXPECT_GE(*s.position, 12.5);
+    EXPECT_LT(*s.position, 14.0);
+    EXPECT_EQ(s.track, "Show S01E01");
+
+    dir.write("answer", "err|-1743\n");
+    EXPECT_TRUE(test::waitFor([&] { return tv.permissionIssue(); }));
+    tv.cancel();
+    tv.cancel();
+  }
+  EXPECT_EQ(test::threadCount(), threadsBefore);
+}
+
+TEST(TVSyncThread, AHelperPastItsDeadlineIsKilledAndCountsAsFailure) {
+  test::TempDir dir;
+  FakeSystem system;
+  system.realTime = true;
+  TVSync tv(system, {{test::helper("record-and-hang.sh"), dir.path("pids")}, {}, 0.01, 0.2});
+  tv.start();
+  EXPECT_TRUE(test::waitFor([&] { return !tv.snapshot().status.starts_with("Connecting"); }));
+  EXPECT_EQ(tv.snapshot().status, "Cannot read the TV app (check Automation permission)");
+  EXPECT_GE(test::lineCount(dir.path("pids")), 3);
+  // Cancel while a poll hangs: it returns at once and the helper goes.
+  const auto begin = std::chrono::steady_clock::now();
+  tv.cancel();
+  std::ifstream in(dir.path("pids"));
+  for (pid_t pid; in >> pid;) EXPECT_TRUE(test::processGroupGone(pid)) << pid;
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+}
+
+}  // namespace
+}  // namespace lumerix
