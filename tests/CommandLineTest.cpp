@@ -7,8 +7,11 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "SyncTestSupport.h"
 #include "TestSupport.h"
 #include "app/CommandLine.h"
+#include "sync/Subprocess.h"
+#include "util/Files.h"
 
 namespace lumerix {
 namespace {
@@ -28,14 +31,23 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
       {{"--dump-cues", "a b.srt"}, Mode::dumpCues, "a b.srt"},
       {{"--dump-cues=x.vtt"}, Mode::dumpCues, "x.vtt"},
       {{"--dump-cues", "-odd-name.srt"}, Mode::dumpCues, "-odd-name.srt"},
+      {{"--headless"}, Mode::headless, ""},
+      {{"--headless", "ep1.srt"}, Mode::headless, "ep1.srt"},
+      {{"ep1.srt", "--headless"}, Mode::headless, "ep1.srt"},
+      {{"--headless", "--", "-dash.srt"}, Mode::headless, "-dash.srt"},
+      {{"--demo"}, Mode::headless, ""},
+      {{"--headless", "--demo"}, Mode::headless, ""},
       {{}, Mode::usageError, ""},
       {{"--dump-cues"}, Mode::usageError, ""},
       {{"--dump-cues="}, Mode::usageError, ""},
       {{"--dump-cues", "a", "b"}, Mode::usageError, ""},
+      {{"--dump-cues", "a", "--headless"}, Mode::usageError, ""},
       {{"--help", "extra"}, Mode::usageError, ""},
+      {{"--headless", "a.srt", "b.srt"}, Mode::usageError, ""},
+      {{"--demo", "a.srt"}, Mode::usageError, ""},
       {{"--frobnicate"}, Mode::usageError, ""},
       {{"-x"}, Mode::usageError, ""},
-      {{"movie.srt"}, Mode::usageError, ""},
+      {{"movie.srt"}, Mode::usageError, ""},  // no window in this build to open it in
   };
   for (const Row& r : rows) {
     const CommandLine cl = parseCommandLine(r.args);
@@ -108,6 +120,53 @@ TEST(CommandLineProgram, DumpCuesPrintsExactlyWhatTheReaderReads) {
   // Keys in reading order, text as raw UTF-8.
   auto gb = lumerix("--dump-cues '" + test::fixture("gb18030.srt") + "'");
   EXPECT_TRUE(gb.out.starts_with("[{\"start\":1.0,\"end\":2.0,\"text\":\"这是第一句。\"}")) << gb.out;
+}
+
+// Runs the real program for a while, then stops it as a user would.
+Run runFor(const std::vector<std::string>& args, std::chrono::milliseconds howLong, int signal = SIGTERM) {
+  std::vector<std::string> argv{LUMERIX_BINARY};
+  argv.insert(argv.end(), args.begin(), args.end());
+  auto child = Subprocess::start(argv);
+  if (!child) return {-1, "", child.error()};
+  Run run{-1, "", ""};
+  auto collect = [&](std::string* into) { return [into](std::string_view s) { into->append(s); }; };
+  child.value()->pump(collect(&run.out), collect(&run.err), std::chrono::steady_clock::now() + howLong);
+  ::kill(child.value()->pid(), signal);
+  child.value()->pump(collect(&run.out), collect(&run.err), std::chrono::steady_clock::now() + std::chrono::seconds(5));
+  run.status = child.value()->exitStatus();
+  return run;
+}
+
+TEST(CommandLineProgram, DemoShowsTheSampleOnTimeAndStopsCleanly) {
+  auto run = runFor({"--demo"}, std::chrono::milliseconds(1600), SIGINT);
+  EXPECT_EQ(run.status, 0) << run.err;
+  std::vector<nlohmann::json> lines;
+  std::istringstream in(run.out);
+  for (std::string line; std::getline(in, line);) lines.push_back(nlohmann::json::parse(line));
+  ASSERT_GE(lines.size(), 4u) << run.out;
+  EXPECT_EQ(lines[0]["status"], "Loaded sample.srt · 6 cues");
+  const auto first = std::find_if(lines.begin(), lines.end(), [](const auto& l) {
+    return l.contains("text") && l["text"] == "Lumerix is listening.";
+  });
+  ASSERT_NE(first, lines.end()) << run.out;
+  EXPECT_EQ((*first)["brand"], false);
+  // The cue starts at 1.000 s; one tick is 50 ms.
+  EXPECT_GE((*first)["t"].get<double>(), 0.95);
+  EXPECT_LE((*first)["t"].get<double>(), 1.15);
+}
+
+TEST(CommandLineProgram, HeadlessSavesTheTimingWhenStopped) {
+  test::TempDir dir;
+  dir.write("ep.srt", "00:00:01,000 --> 00:00:02,000\nHi\n");
+  ::setenv("XDG_CONFIG_HOME", dir.path("config").c_str(), 1);
+  auto run = runFor({"--headless", dir.path("ep.srt")}, std::chrono::milliseconds(300));
+  EXPECT_EQ(run.status, 0) << run.err;
+  std::string side, settings;
+  EXPECT_TRUE(readWholeFile(dir.path("ep.srt.sync.json"), side));
+  EXPECT_EQ(nlohmann::json::parse(side), nlohmann::json::parse(R"({"offset":0.0,"scale":1.0})"));
+  ASSERT_TRUE(readWholeFile(dir.path("config/lumerix/settings.json"), settings));
+  EXPECT_EQ(nlohmann::json::parse(settings)["SubtitleFolder"], test::TempDir::parentOf(dir.path("ep.srt")));
+  EXPECT_NE(run.out.find(R"("status":"Loaded ep.srt · 1 cues")"), std::string::npos) << run.out;
 }
 
 TEST(CommandLineProgram, DumpCuesReportsUnreadableFiles) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "ControllerFakes.h"
 #include "FakeSystem.h"
 #include "sync/FusedSync.h"
 
@@ -8,17 +9,7 @@ namespace {
 
 using test::FakeSystem;
 
-// A source that says whatever the test tells it to.
-class ScriptedSource : public SyncSource {
- public:
-  SyncSnapshot next;
-  bool permission = false;
-  int starts = 0, cancels = 0;
-  void start() override { ++starts; }
-  void cancel() override { ++cancels; }
-  SyncSnapshot snapshot() override { return next; }
-  bool permissionIssue() override { return permission; }
-};
+using test::ScriptedSource;
 
 SyncSnapshot at(double position, std::string track = "") {
   return {position, true, std::move(track), "", false, false};

@@ -26,7 +26,9 @@ class TempDir {
   }
   ~TempDir() { std::filesystem::remove_all(root_); }
   std::string path(const std::string& name) const { return root_ + "/" + name; }
+  static std::string parentOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
   void write(const std::string& name, const std::string& text) const {
+    std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
     const std::string tmp = path(name) + ".new";
     std::ofstream(tmp) << text;
     std::filesystem::rename(tmp, path(name));  // readers never see half a file

@@ -12,49 +12,84 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
   auto usage = [&](std::string message) {
     cl.mode = CommandLine::Mode::usageError;
     cl.error = "lumerix: " + std::move(message) + " (see 'lumerix --help')";
+    cl.file.clear();
     return cl;
   };
   if (args.empty()) return usage("nothing to do");
-  const std::string& first = args[0];
-  if (first == "--help" || first == "-h") {
-    cl.mode = CommandLine::Mode::help;
-  } else if (first == "--version") {
-    cl.mode = CommandLine::Mode::version;
-  } else if (first == "--dump-cues" || first.starts_with("--dump-cues=")) {
-    cl.mode = CommandLine::Mode::dumpCues;
-    if (first == "--dump-cues") {
-      if (args.size() < 2) return usage("--dump-cues needs a FILE");
-      if (args.size() > 2) return usage("unexpected argument '" + args[2] + "'");
-      cl.file = args[1];
-      return cl;
+  bool headless = false, dumpCues = false, standalone = false;
+  std::vector<std::string> files;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    if (a == "--help" || a == "-h" || a == "--version") {
+      if (args.size() > 1) return usage("'" + a + "' takes no other arguments");
+      cl.mode = a == "--version" ? CommandLine::Mode::version : CommandLine::Mode::help;
+      standalone = true;
+    } else if (a == "--dump-cues") {
+      if (i + 1 >= args.size()) return usage("--dump-cues needs a FILE");
+      dumpCues = true;
+      files.push_back(args[++i]);
+    } else if (a.starts_with("--dump-cues=")) {
+      dumpCues = true;
+      files.push_back(a.substr(std::string("--dump-cues=").size()));
+      if (files.back().empty()) return usage("--dump-cues needs a FILE");
+    } else if (a == "--headless") {
+      headless = true;
+    } else if (a == "--demo") {
+      cl.demo = true;
+    } else if (a == "--") {
+      files.insert(files.end(), args.begin() + static_cast<std::ptrdiff_t>(i) + 1, args.end());
+      break;
+    } else if (a.starts_with("-") && a.size() > 1) {
+      return usage("unknown option '" + a + "'");
+    } else {
+      files.push_back(a);
     }
-    cl.file = first.substr(std::string("--dump-cues=").size());
-    if (cl.file.empty()) return usage("--dump-cues needs a FILE");
-  } else if (first.starts_with("-")) {
-    return usage("unknown option '" + first + "'");
-  } else {
-    return usage("unexpected argument '" + first + "'");
   }
-  if (args.size() > 1) return usage("unexpected argument '" + args[1] + "'");
+  if (standalone) return cl;
+  if (dumpCues) {
+    if (headless || cl.demo) return usage("--dump-cues cannot be combined with --headless or --demo");
+    if (files.size() > 1) return usage("unexpected argument '" + files[1] + "'");
+    cl.mode = CommandLine::Mode::dumpCues;
+    cl.file = files[0];
+    return cl;
+  }
+  // There is no window in this build yet: --demo runs headless.
+  if (!headless && !cl.demo) return usage(files.empty() ? "nothing to do" : "unexpected argument '" + files[0] + "'");
+  if (cl.demo && !files.empty()) return usage("--demo plays its own sample; drop '" + files[0] + "'");
+  if (files.size() > 1) return usage("unexpected argument '" + files[1] + "'");
+  cl.mode = CommandLine::Mode::headless;
+  if (!files.empty()) cl.file = files[0];
   return cl;
 }
 
 std::string helpText() {
-  return "Usage: lumerix --dump-cues FILE\n"
+  return "Usage: lumerix --headless [FILE]\n"
+         "       lumerix --demo\n"
+         "       lumerix --dump-cues FILE\n"
          "       lumerix --help | --version\n"
          "\n"
          "Lumerix shows subtitles for video whose player cannot load them, following\n"
-         "the player's position. This build reads subtitle files; the floating\n"
-         "subtitle bar and player following are not part of it yet.\n"
+         "the player's position. This build has no window yet: it runs headless and\n"
+         "prints what the subtitle bar would show.\n"
          "\n"
-         "  --dump-cues FILE  read FILE (SubRip .srt or WebVTT .vtt; UTF-8, GB 18030,\n"
-         "                    Big5 or ISO 8859-1) and print its cues to stdout as a\n"
-         "                    JSON array of {\"start\", \"end\", \"text\"}, sorted by\n"
-         "                    start, times in seconds. Exit status 1 if FILE cannot\n"
-         "                    be read.\n"
-         "  -h, --help        show this help and exit\n"
-         "  --version         print the version and exit\n"
+         "  --headless [FILE]  follow the media player and print, one JSON object a\n"
+         "                     line, every change of the shown text\n"
+         "                     ({\"t\", \"text\", \"brand\"}) and of the status line\n"
+         "                     ({\"t\", \"status\"}); t is seconds since start. FILE is\n"
+         "                     the subtitle to load. Stops on Ctrl-C, saving the timing\n"
+         "                     next to FILE as FILE.sync.json.\n"
+         "  --demo             the same, against a built-in player that plays from 0 s\n"
+         "                     (\"Demo S01E01\") with a bundled sample subtitle; your\n"
+         "                     settings are not touched\n"
+         "  --dump-cues FILE   read FILE (SubRip .srt or WebVTT .vtt; UTF-8, GB 18030,\n"
+         "                     Big5 or ISO 8859-1) and print its cues to stdout as a\n"
+         "                     JSON array of {\"start\", \"end\", \"text\"}, sorted by\n"
+         "                     start, times in seconds. Exit status 1 if FILE cannot\n"
+         "                     be read.\n"
+         "  -h, --help         show this help and exit\n"
+         "  --version          print the version and exit\n"
          "\n"
+         "Settings live in $XDG_CONFIG_HOME/lumerix/settings.json (~/.config/...).\n"
          "Exit status 2 for a command line that cannot be understood.\n";
 }
 

@@ -9,9 +9,10 @@
 namespace lumerix {
 
 struct CommandLine {
-  enum class Mode { help, version, dumpCues, usageError };
+  enum class Mode { help, version, dumpCues, headless, usageError };
   Mode mode = Mode::help;
-  std::string file;   // dumpCues: the subtitle file
+  std::string file;   // dumpCues: the subtitle file; headless: the start-up subtitle, if any
+  bool demo = false;  // headless: the built-in player and the bundled sample
   std::string error;  // usageError: one line for stderr
 };
 

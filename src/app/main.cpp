@@ -1,6 +1,7 @@
 #include <iostream>
 
 #include "app/CommandLine.h"
+#include "headless/HeadlessApp.h"
 
 int main(int argc, char** argv) {
   using lumerix::CommandLine;
@@ -15,6 +16,9 @@ int main(int argc, char** argv) {
       return 0;
     case CommandLine::Mode::dumpCues:
       return lumerix::runDumpCues(cl.file, std::cout, std::cerr);
+    case CommandLine::Mode::headless:
+      return lumerix::runHeadless({cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo},
+                                  std::cout, std::cerr);
     case CommandLine::Mode::usageError:
       std::cerr << cl.error << '\n';
       return 2;

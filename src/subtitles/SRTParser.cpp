@@ -1,13 +1,10 @@
 #include "subtitles/SRTParser.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "util/Files.h"
 #include "util/TextDecoding.h"
 #include "util/Unicode.h"
 
@@ -227,35 +224,6 @@ std::vector<Cue> parseText(std::string_view text) {
   return cues;
 }
 
-Result<std::string, FileReadError> readFile(const std::string& path) {
-  auto failure = [](int code) {
-    return Result<std::string, FileReadError>::failure(FileReadError{code, std::strerror(code)});
-  };
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return failure(errno);
-  struct stat st {};
-  std::string bytes;
-  // One byte more than the size, so that the read seeing end of file needs no growth.
-  const bool sized = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0;
-  bytes.resize(sized ? static_cast<std::size_t>(st.st_size) + 1 : 65536);
-  std::size_t used = 0;
-  for (;;) {
-    if (used == bytes.size()) bytes.resize(bytes.size() * 2);
-    const ssize_t n = ::read(fd, bytes.data() + used, bytes.size() - used);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      const int code = errno;
-      ::close(fd);
-      return failure(code);
-    }
-    if (n == 0) break;
-    used += static_cast<std::size_t>(n);
-  }
-  ::close(fd);
-  bytes.resize(used);
-  return Result<std::string, FileReadError>::success(std::move(bytes));
-}
-
 }  // namespace
 
 std::string_view describe(SRTParseError error) {
@@ -290,9 +258,12 @@ Result<std::vector<Cue>, SRTParseError> SRTParser::parseBytes(std::string bytes)
 
 Result<std::vector<Cue>, SubtitleReadError> SRTParser::parse(const std::string& path) {
   using R = Result<std::vector<Cue>, SubtitleReadError>;
-  auto bytes = readFile(path);
-  if (!bytes) return R::failure(bytes.error());
-  auto cues = parseBytes(std::move(bytes).value());
+  std::string bytes;
+  if (!readWholeFile(path, bytes)) {
+    const int code = errno;
+    return R::failure(FileReadError{code, std::strerror(code)});
+  }
+  auto cues = parseBytes(std::move(bytes));
   if (!cues) return R::failure(cues.error());
   return R::success(std::move(cues).value());
 }

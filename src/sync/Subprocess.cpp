@@ -126,6 +126,7 @@ void Subprocess::waitForExit() {
     while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }
     exited_ = true;
+    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
   }
   const char byte = 1;
   while (::write(exitWrite_, &byte, 1) < 0 && errno == EINTR) {
@@ -146,6 +147,11 @@ Subprocess::~Subprocess() {
 bool Subprocess::exited() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return exited_;
+}
+
+int Subprocess::exitStatus() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return status_;
 }
 
 void Subprocess::signalGroup(int sig) {

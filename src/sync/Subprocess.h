@@ -37,6 +37,8 @@ class Subprocess {
 
   pid_t pid() const { return pid_; }
   bool exited() const;
+  // The exit status once exited (128 + signal number when killed); -1 before.
+  int exitStatus() const;
   // SIGTERM to the child's group, unless the child has already been reaped.
   // Any thread.
   void terminate();
@@ -62,6 +64,7 @@ class Subprocess {
 
   mutable std::mutex mutex_;  // guards exited_ and makes signalling and reaping exclusive
   bool exited_ = false;
+  int status_ = -1;
 };
 
 struct CommandOutput {

@@ -3,6 +3,7 @@
 #include <utf8proc.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 namespace lumerix::unicode {
@@ -63,6 +64,62 @@ bool isSeparatorCategory(char32_t cp) {
 
 bool isSpaceCategory(char32_t cp) {
   return utf8proc_category(static_cast<utf8proc_int32_t>(cp)) == UTF8PROC_CATEGORY_ZS;
+}
+
+std::string_view firstGrapheme(std::string_view s) {
+  if (s.empty() || !isValidUtf8(s)) return s.substr(0, s.empty() ? 0 : 1);
+  std::size_t i = 0;
+  utf8proc_int32_t state = 0;
+  char32_t prev = next(s, i);
+  while (i < s.size()) {
+    std::size_t k = i;
+    const char32_t cp = next(s, k);
+    if (utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(prev), static_cast<utf8proc_int32_t>(cp),
+                                         &state)) {
+      break;
+    }
+    prev = cp;
+    i = k;
+  }
+  return s.substr(0, i);
+}
+
+bool isDecimalDigit(char32_t cp) {
+  if (cp < 0x80) return cp >= '0' && cp <= '9';
+  return utf8proc_category(static_cast<utf8proc_int32_t>(cp)) == UTF8PROC_CATEGORY_ND;
+}
+
+std::string composed(std::string_view s) {
+  utf8proc_uint8_t* out = nullptr;
+  const auto n =
+      utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(s.data()), static_cast<utf8proc_ssize_t>(s.size()), &out,
+                   static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+  if (n < 0) return std::string(s);
+  std::string result(reinterpret_cast<char*>(out), static_cast<std::size_t>(n));
+  std::free(out);
+  return result;
+}
+
+namespace {
+
+std::string mapEach(std::string_view s, utf8proc_int32_t (*map)(utf8proc_int32_t)) {
+  std::string out;
+  out.reserve(s.size());
+  for (std::size_t i = 0; i < s.size();) {
+    utf8proc_uint8_t buf[4];
+    const auto cp = map(static_cast<utf8proc_int32_t>(next(s, i)));
+    out.append(reinterpret_cast<char*>(buf), static_cast<std::size_t>(utf8proc_encode_char(cp, buf)));
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string lowercased(std::string_view s) {
+  return mapEach(s, utf8proc_tolower);
+}
+std::string uppercased(std::string_view s) {
+  return mapEach(s, utf8proc_toupper);
 }
 
 }  // namespace lumerix::unicode

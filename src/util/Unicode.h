@@ -5,6 +5,7 @@
 // so decoding never has to report errors.
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace lumerix::unicode {
@@ -68,6 +69,20 @@ inline bool isWhitespaceOrLineEnd(char32_t cp) {
   if (cp < 0x80) return cp == ' ' || cp == '\t' || (cp >= 0x0A && cp <= 0x0D);
   return cp == 0x85 || isSeparatorCategory(cp);
 }
+
+// The first user-perceived character (a code point and whatever joins it,
+// such as combining marks); empty for empty text.
+std::string_view firstGrapheme(std::string_view s);
+
+// Decimal digit of any script (general category Nd).
+bool isDecimalDigit(char32_t cp);
+
+// Unicode canonical composition (NFC); the text unchanged if it is not UTF-8.
+std::string composed(std::string_view s);
+
+// Lower or upper case by the simple one-to-one mapping of each code point.
+std::string lowercased(std::string_view s);
+std::string uppercased(std::string_view s);
 
 // Trims code points matching pred from both ends.
 template <class Pred>

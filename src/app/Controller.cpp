@@ -1,0 +1,454 @@
+#include "app/Controller.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "app/EpisodeMatch.h"
+#include "subtitles/TimeFormat.h"
+#include "ui/Texts.h"
+#include "util/Files.h"
+#include "util/Path.h"
+#include "util/Unicode.h"
+
+namespace lumerix {
+
+namespace {
+
+const std::string kBrand{texts::brandName};
+const std::string kEmpty;
+
+template <class... Args>
+std::string format(const char* fmt, Args... args) {
+  char buf[256];
+  std::snprintf(buf, sizeof buf, fmt, args...);
+  return buf;
+}
+
+double clamp(double v, double lo, double hi) {
+  return std::min(std::max(v, lo), hi);
+}
+
+}  // namespace
+
+Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> source,
+                       std::optional<std::string> subtitlePath)
+    : services(services), sync(std::move(source)) {
+  s.autoPick = !subtitlePath.has_value();
+  SettingsStore& defaults = services.defaults;
+  defaults.registerDefaults({{"FontSize", 28.0}, {"PanelAlpha", 0.92}, {"BGMode", 0LL}, {"StrokeWidth", 7.0}});
+  // Limits apply when a value is changed, never when it is read.
+  s.fontSize = defaults.doubleFor("FontSize");
+  s.alpha = defaults.doubleFor("PanelAlpha");
+  s.bgMode = defaults.integerFor("BGMode");
+  s.strokeWidth = defaults.doubleFor("StrokeWidth");
+  s.debugLog = defaults.boolFor("DebugLog");
+  sync->start();
+  buildPanel();
+  if (subtitlePath) loadSubtitle(*subtitlePath);
+  showHint(texts::startHint);
+}
+
+// ---- the tick ----------------------------------------------------------------
+
+void Controller::tick() {
+  const SyncSnapshot snap = sync->snapshot();
+  const bool issue = sync->permissionIssue();
+  if (issue && !s.lastPermissionIssue) {
+    s.lastPermissionIssue = true;
+    presentPermissionAlert();
+  } else {
+    s.lastPermissionIssue = issue;
+  }
+  if (snap.playing) maybeAutoPick(snap.track);
+
+  if (!snap.position) {
+    render(kBrand, true);
+    services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);
+    if (!(now() > s.hintUntil)) return;
+    statusLine.assign("◌ ").append(snap.status);
+    services.host.setStatusText(statusLine);
+    return;
+  }
+
+  // The rate applies to the player's position; the offset is in subtitle seconds.
+  double t = *snap.position * s.scale + s.offset;
+  // Small backward steps are the clocks correcting each other, not seeks.
+  if (s.lastShownT && t < *s.lastShownT && *s.lastShownT - t < 0.4) t = *s.lastShownT;
+  s.lastShownT = t;
+
+  std::size_t lo = 0, hi = s.starts.size();
+  while (lo < hi) {
+    const std::size_t mid = (lo + hi) / 2;
+    if (s.starts[mid] <= t) {
+      lo = mid + 1;
+    } else {
+      hi = mid;
+    }
+  }
+  // Four cues back is enough for overlaps in real files; a long cue under
+  // four later ones is deliberately not shown.
+  const std::string* text = &kEmpty;
+  for (std::size_t k = 1; k <= 4 && k <= lo; ++k) {
+    const Cue& cue = s.cues[lo - k];
+    if (cue.start <= t && t <= cue.end) {
+      text = &cue.text;
+      break;
+    }
+  }
+  render(*text, false);
+  if (!(now() > s.hintUntil)) return;
+
+  statusLine.assign(snap.playing ? "⇄" : "⏸").append(" ").append(snap.track).append("  ");
+  statusLine.append(fmtTime(*snap.position));  // the player's clock, not subtitle time
+  statusLine.append(" · ").append(s.subPath ? std::string_view(s.subName) : texts::noSubtitle);
+  char extra[64];
+  if (s.offset != 0) {
+    std::snprintf(extra, sizeof extra, "  offset %+.1fs", s.offset);
+    statusLine.append(extra);
+  }
+  if (std::fabs(s.scale - 1) > 1e-6) {
+    std::snprintf(extra, sizeof extra, "  rate %.4f", s.scale);
+    statusLine.append(extra);
+  }
+  services.host.setStatusText(statusLine);
+}
+
+void Controller::showHint(std::string_view text) {
+  services.host.setStatusText(std::string(text));
+  s.hintUntil = now() + 3.0;
+}
+
+// ---- keys and adjustments -------------------------------------------------------
+
+bool Controller::handleKey(int keyCode, bool shift, std::string_view characters) {
+  switch (keyCode) {
+    case 53:  // Escape, whatever the modifiers
+      quit();
+      return true;
+    case 123:  // Left
+      shift ? resize(-60, 0) : bumpOffset(-0.5);
+      return true;
+    case 124:  // Right
+      shift ? resize(+60, 0) : bumpOffset(+0.5);
+      return true;
+    case 125:  // Down: with Shift the panel grows taller, as users learnt it
+      shift ? resize(0, +30) : bumpScale(-0.0005);
+      return true;
+    case 126:  // Up
+      shift ? resize(0, -30) : bumpScale(+0.0005);
+      return true;
+    default:
+      break;
+  }
+  // Exact and case-sensitive: "O", "Q", "F" and "T" are not shortcuts.
+  const std::string_view c = unicode::firstGrapheme(characters);
+  if (c == ",") {
+    bumpOffset(-0.1);
+  } else if (c == ".") {
+    bumpOffset(+0.1);
+  } else if (c == "f") {
+    cycleFPS();
+  } else if (c == "1" || c == "2") {
+    markPoint(c == "1" ? 1 : 2);
+  } else if (c == "t") {
+    toggleBG();
+  } else if (c == "9") {
+    bumpAlpha(-0.05);
+  } else if (c == "0") {
+    bumpAlpha(+0.05);
+  } else if (c == "+" || c == "=") {
+    bumpFont(+2);
+  } else if (c == "-") {
+    bumpFont(-2);
+  } else if (c == "o") {
+    openFileDialog();
+  } else if (c == "a") {
+    menuAutoPick();
+  } else if (c == "q") {
+    quit();
+  } else {
+    return false;
+  }
+  return true;
+}
+
+void Controller::bumpOffset(double delta) {
+  s.offset += delta;
+  saveCalibration();
+  showHint(format("Timing offset %+.1fs", s.offset));
+}
+
+void Controller::bumpScale(double delta) {
+  s.scale = clamp(s.scale + delta, 0.9, 1.1);
+  saveCalibration();
+  showHint(format("Rate %.4f", s.scale));
+}
+
+void Controller::cycleFPS() {
+  s.scaleIdx = (s.scaleIdx + 1) % static_cast<int>(std::size(scalePresets));
+  s.scale = scalePresets[s.scaleIdx].factor;
+  saveCalibration();
+  showHint("Frame-rate ratio " + std::string(scalePresets[s.scaleIdx].label));
+}
+
+void Controller::toggleBG() {
+  s.bgMode = (s.bgMode + 1) % 2;
+  services.defaults.set("BGMode", s.bgMode);
+  s.curText.reset();
+  showHint(s.bgMode == 1 ? texts::bandOn : texts::bandOff);
+}
+
+void Controller::bumpAlpha(double delta) {
+  s.alpha = clamp(s.alpha + delta, 0.2, 1.0);
+  services.defaults.set("PanelAlpha", s.alpha);
+  services.host.setPanelAlpha(s.alpha);
+  showHint("Opacity " + std::to_string(static_cast<long long>(s.alpha * 100)) + "%");
+}
+
+void Controller::bumpFont(double delta) {
+  s.fontSize = clamp(s.fontSize + delta, 12, 80);
+  services.defaults.set("FontSize", s.fontSize);
+  s.curText.reset();
+  showHint("Font size " + std::to_string(static_cast<long long>(s.fontSize)));
+}
+
+void Controller::resize(double dw, double dh) {
+  const Rect frame = services.host.panelFrame();
+  s.winW = std::max(frame.width + dw, 320.0);
+  s.winH = std::max(frame.height + dh, 90.0);
+  services.host.setPanelFrame({frame.x, frame.y, s.winW, s.winH});
+  services.host.setStatusFrame({0, 4, s.winW, 17});
+  s.curText.reset();
+}
+
+void Controller::saveCalibration() {
+  s.lastShownT.reset();  // the next tick may jump back freely
+  if (!s.subPath) return;
+  nlohmann::json side = {{"offset", std::round(s.offset * 1000) / 1000},
+                         {"scale", std::round(s.scale * 1000000) / 1000000}};
+  writeFileAtomically(*s.subPath + ".sync.json", side.dump());  // failures are not the user's problem now
+}
+
+void Controller::quit() {
+  saveCalibration();
+  sync->cancel();
+  services.dialogs.terminate();
+}
+
+// ---- two-point calibration --------------------------------------------------------
+
+void Controller::markPoint(int n) {
+  const SyncSnapshot snap = sync->snapshot();
+  if (!snap.position) {
+    showHint(texts::notConnected);
+    return;
+  }
+  const double v = *snap.position;
+  const double t = v * s.scale + s.offset;
+  s.calPoints[n] = {v, t};
+  if (n == 1) {
+    showHint("① Marked first point at " + fmtTime(v) + " — seek near the end, align, then press 2");
+    return;
+  }
+  const auto first = s.calPoints.find(1);
+  if (first == s.calPoints.end()) {
+    showHint(texts::needFirstPoint);
+    return;
+  }
+  const CalPoint p1 = first->second;
+  if (std::fabs(v - p1.v) < 30.0) {
+    showHint(texts::pointsTooClose);
+    return;
+  }
+  const double rate = (t - p1.t) / (v - p1.v);
+  if (rate < 0.85 || rate > 1.15 || std::isnan(rate)) {
+    showHint(format("Computed rate %.4f looks wrong — realign both points", rate));
+    return;
+  }
+  s.scale = rate;
+  s.offset = p1.t - p1.v * rate;
+  s.calPoints.clear();
+  saveCalibration();
+  showHint(format("✓ Calibrated! rate %.5f, offset %+.2fs — saved", rate, s.offset));
+}
+
+// ---- the panel ------------------------------------------------------------------
+
+void Controller::buildPanel() {
+  const std::optional<Size> screen = services.host.mainScreenSize();
+  const double sw = screen ? screen->width : 1440;
+  const double w = std::round(sw * 0.425);
+  PanelSpec spec;
+  // The screen frame's origin is deliberately not added.
+  spec.frame = {(sw - w) / 2, screen ? screen->height * 0.1 : 90, w, 125};
+  spec.alpha = s.alpha;
+  services.host.createPanel(spec);
+  const Rect frame = services.host.panelFrame();  // a saved frame wins
+  s.winW = frame.width;
+  s.winH = frame.height;
+  services.host.setTextFrame({0, 30, s.winW, s.winH - 40});
+  services.host.setStatusFrame({0, 4, s.winW, 17});
+}
+
+void Controller::hoverChanged(bool inside) {
+  s.hovering = inside;
+  updateFrameVisibility();
+}
+
+void Controller::keyWindowChanged() {
+  updateFrameVisibility();
+}
+
+void Controller::panelResized() {
+  const Rect frame = services.host.panelFrame();
+  s.winW = frame.width;
+  s.winH = frame.height;
+  services.host.setStatusFrame({0, 4, s.winW, 17});
+  s.curText.reset();
+}
+
+void Controller::updateFrameVisibility() {
+  // Only the pointer decides the backdrop; being key changes the words.
+  services.host.fadeBackdrop(s.hovering ? 1.0 : 0.0, 0.15);
+  if (s.hovering) showHint(services.host.panelIsKey() ? texts::hoverKeyHint : texts::hoverHint);
+}
+
+void Controller::render(const std::string& text, bool brand) {
+  const Style style{s.bgMode, s.fontSize, s.strokeWidth, s.winW, s.winH, brand};
+  if (s.curText && *s.curText == text && s.curStyle && *s.curStyle == style) return;
+  s.curText = text;
+  s.curStyle = style;
+  OverlayHost& host = services.host;
+  if (text.empty()) {
+    host.setTextLayers({}, brand);
+    host.setBandHidden(true);
+    return;
+  }
+  const auto layers = attributedLayers(text, brand, s.fontSize, s.strokeWidth, s.bgMode);
+  host.setTextLayers(layers, brand);
+  if (brand) {
+    host.setTextFrame({0, 22, s.winW, s.winH - 28});
+    host.setBandHidden(true);
+    return;
+  }
+  const double w = s.winW - 60;
+  const Size measured = host.measureText(layers.back(), {w, 2000});
+  const double h = std::ceil(measured.height) + 6;
+  host.setTextFrame({(s.winW - w) / 2, 26, w, h});
+  if (s.bgMode != 1) {
+    host.setBandHidden(true);
+    return;
+  }
+  const double tw = std::ceil(measured.width);
+  host.setBandFrame({(s.winW - tw) / 2 - 16, 19, tw + 32, h + 12});
+  host.setBandHidden(false);
+}
+
+// ---- menu and dialogs --------------------------------------------------------------
+
+void Controller::perform(MenuAction action) {
+  switch (action) {
+    case MenuAction::none:
+      break;
+    case MenuAction::open:
+      openFileDialog();
+      break;
+    case MenuAction::autoPick:
+      menuAutoPick();
+      break;
+    case MenuAction::offsetM5:  // the 5 is half a second
+      bumpOffset(-0.5);
+      break;
+    case MenuAction::offsetM1:
+      bumpOffset(-0.1);
+      break;
+    case MenuAction::offsetP1:
+      bumpOffset(+0.1);
+      break;
+    case MenuAction::offsetP5:
+      bumpOffset(+0.5);
+      break;
+    case MenuAction::fontUp:
+      bumpFont(+2);
+      break;
+    case MenuAction::fontDown:
+      bumpFont(-2);
+      break;
+    case MenuAction::toggleBG:
+      toggleBG();
+      break;
+    case MenuAction::prefs:
+      services.dialogs.showPreferences();
+      break;
+    case MenuAction::checkUpdates:
+      services.dialogs.activate();
+      services.dialogs.checkForUpdates();
+      break;
+    case MenuAction::grantPermission:
+      menuGrantPermission();
+      break;
+    case MenuAction::howTo:
+      menuHowTo();
+      break;
+    case MenuAction::about:
+      menuAbout();
+      break;
+    case MenuAction::quit:
+      quit();
+      break;
+  }
+}
+
+void Controller::presentPermissionAlert() {
+  services.dialogs.activate();
+  if (services.dialogs.runAlert(texts::permissionAlert()) == 0) {
+    services.dialogs.openURL(std::string(texts::automationSettingsURL));
+  }
+}
+
+void Controller::menuGrantPermission() {
+  services.dialogs.openURL(std::string(texts::automationSettingsURL));
+  showHint(texts::grantHint);
+}
+
+void Controller::menuAbout() {
+  services.dialogs.activate();
+  services.dialogs.runAlert(texts::aboutAlert());
+}
+
+void Controller::menuHowTo() {
+  showOnboarding();
+}
+
+void Controller::showOnboarding() {
+  services.dialogs.activate();
+  services.dialogs.runAlert(texts::onboardingAlert());
+}
+
+std::string Controller::debugLine(const PanelDiagnostics& p) {
+  char buf[256];
+  std::snprintf(
+      buf, sizeof buf, "PXDBG onActiveSpace=%d visible=%d occlusion=%lu key=%d level=%ld frame={{%g, %g}, {%g, %g}}",
+      p.onActiveSpace, p.visible, p.occlusion, p.key, p.level, p.frame.x, p.frame.y, p.frame.width, p.frame.height);
+  return buf;
+}
+
+// ---- launching ------------------------------------------------------------------------
+
+std::optional<std::string> startupSubtitlePath(const std::vector<std::string>& argv) {
+  struct stat st {};
+  if (argv.size() >= 2 && ::stat(argv[1].c_str(), &st) == 0) return argv[1];
+  return std::nullopt;
+}
+
+void showGuideOnFirstLaunch(Controller& controller, SettingsStore& defaults) {
+  if (defaults.boolFor("DidOnboard")) return;
+  defaults.set("DidOnboard", true);
+  controller.showOnboarding();
+}
+
+}  // namespace lumerix

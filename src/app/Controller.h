@@ -1,0 +1,164 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/Clock.h"
+#include "platform/Dialogs.h"
+#include "platform/OverlayHost.h"
+#include "platform/SettingsStore.h"
+#include "subtitles/Cue.h"
+#include "sync/SyncSource.h"
+#include "ui/Menu.h"
+
+namespace lumerix {
+
+// What the shell reports about the panel for the diagnostic log line.
+struct PanelDiagnostics {
+  bool onActiveSpace = false;
+  bool visible = false;
+  unsigned long occlusion = 0;
+  bool key = false;
+  long level = 0;
+  Rect frame;
+};
+
+// The services a controller talks to; all outlive it.
+struct ControllerServices {
+  const Clock& clock;
+  SettingsStore& defaults;
+  OverlayHost& host;
+  Dialogs& dialogs;
+};
+
+// Everything the program decides: start-up, the 20 Hz tick, keys and
+// adjustments, calibration, loading and episode auto-pick, what the overlay
+// shows. Main thread only; it takes no locks.
+class Controller {
+ public:
+  struct CalPoint {
+    double v;  // player position when marked
+    double t;  // subtitle time showing then
+  };
+  // The style a layout was made under; a layout is redone when it differs.
+  struct Style {
+    long long bgMode;
+    double fontSize, strokeWidth, winW, winH;
+    bool brand;
+    bool operator==(const Style&) const = default;
+  };
+  struct State {
+    std::vector<Cue> cues;
+    std::vector<double> starts;
+    std::optional<std::string> subPath;
+    std::string subName;  // last component of subPath
+    bool autoPick = true;
+    double offset = 0;
+    double scale = 1.0;
+    int scaleIdx = 0;
+    std::map<int, CalPoint> calPoints;
+    double fontSize = 28.0;
+    double strokeWidth = 7.0;
+    double alpha = 0.92;
+    long long bgMode = 0;
+    double hintUntil = 0;
+    std::optional<std::string> curText;
+    std::optional<Style> curStyle;
+    std::optional<std::string> lastTrack;
+    std::optional<double> lastShownT;
+    bool hovering = false;
+    double winW = 800.0, winH = 190.0;
+    bool lastPermissionIssue = false;
+    bool debugLog = false;
+  };
+
+  struct ScalePreset {
+    double factor;
+    std::string_view label;
+  };
+  static constexpr ScalePreset scalePresets[] = {
+      {1.0, "1.000 original"},         {25 / 23.976, "1.0427 (23.976→25)"},
+      {25 / 24.0, "1.0417 (24→25)"},   {24 / 23.976, "1.0010 (23.976→24)"},
+      {0.999, "0.9990 (24→23.976)"},   {0.96, "0.9600 (25→24)"},
+      {0.95904, "0.9590 (25→23.976)"},
+  };
+
+  // Reads the settings, starts the source, builds the panel, loads the
+  // start-up subtitle and shows the start hint. The shell then calls tick()
+  // every 0.05 s.
+  Controller(ControllerServices services, std::unique_ptr<SyncSource> sync, std::optional<std::string> subtitlePath);
+  Controller(const Controller&) = delete;
+  Controller& operator=(const Controller&) = delete;
+
+  const State& state() const { return s; }
+  SyncSource& source() { return *sync; }
+
+  void tick();
+
+  // Keys typed into the panel: the macOS virtual key code, whether Shift was
+  // held, and the characters ignoring modifiers. True when consumed.
+  bool handleKey(int keyCode, bool shift, std::string_view characters);
+  void bumpOffset(double delta);
+  void bumpScale(double delta);
+  void cycleFPS();
+  void toggleBG();
+  void bumpAlpha(double delta);
+  void bumpFont(double delta);
+  void resize(double dw, double dh);
+  void markPoint(int n);
+  void saveCalibration();
+  void quit();
+
+  void loadSubtitle(const std::string& path);
+  void maybeAutoPick(const std::string& track);
+  std::optional<std::string> findEpisodeSubtitle(long long episode);
+  void openFileDialog();
+  // The first .srt or .vtt among dragged paths, in their order.
+  static std::optional<std::string> subtitlePathFrom(const std::vector<std::string>& paths);
+  void fileDropped(const std::string& path);
+  void menuAutoPick();
+  void applySubtitleFolder(const std::string& folder);
+
+  // Panel events.
+  void hoverChanged(bool inside);
+  void keyWindowChanged();
+  void panelResized();
+
+  void render(const std::string& text, bool brand);
+
+  void perform(MenuAction action);
+  void presentPermissionAlert();
+  void menuGrantPermission();
+  void menuAbout();
+  void menuHowTo();
+  void showOnboarding();
+
+  // "PXDBG ..." for the system log every 2 s while the DebugLog setting is on.
+  static std::string debugLine(const PanelDiagnostics& panel);
+
+ private:
+  void buildPanel();
+  void updateFrameVisibility();
+  void showHint(std::string_view text);
+  double now() const { return services.clock.uptime(); }
+
+  ControllerServices services;
+  std::unique_ptr<SyncSource> sync;
+  State s;
+  std::string statusLine;  // reused by every tick, so steady ticks do not allocate
+};
+
+// The start-up subtitle: the first argument after the program's path, when
+// something exists at that path.
+std::optional<std::string> startupSubtitlePath(const std::vector<std::string>& argv);
+
+// Shows the first-run guide once. The flag is set before the guide shows,
+// so quitting from the guide does not bring it back.
+void showGuideOnFirstLaunch(Controller& controller, SettingsStore& defaults);
+
+}  // namespace lumerix

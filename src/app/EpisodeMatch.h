@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace lumerix::episode {
+
+// The first run of decimal digits (of any script) in a track name, when it
+// is made of ASCII digits and fits a 64-bit integer: "Episode 12" gives 12,
+// "Part 2: Chapter 7" gives 2.
+std::optional<long long> numberIn(std::string_view track);
+
+// Whether a lower-cased file name contains  s\d{1,2}e0*<episode>(\D|$) ,
+// matched case-insensitively (so the long s, U+017F, counts as "s").
+bool nameMatches(std::string_view lowercasedName, long long episode);
+
+// The .srt or .vtt file of that episode in folder: every entry is
+// considered, hidden ones too; names are tried in code-point order after
+// canonical composition, and the first match wins. Absent when the folder
+// cannot be listed or nothing matches.
+std::optional<std::string> findInFolder(const std::string& folder, long long episode);
+
+}  // namespace lumerix::episode

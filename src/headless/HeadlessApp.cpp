@@ -1,0 +1,164 @@
+#include "headless/HeadlessApp.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "SampleSubtitle.h"
+#include "app/Controller.h"
+#include "app/SettingsFile.h"
+#include "linux/LinuxSystem.h"
+#include "sync/FusedSync.h"
+#include "sync/SyncCommands.h"
+#include "util/Unicode.h"
+
+namespace lumerix {
+
+namespace {
+
+void printLine(std::ostream& out, double t, const char* key, const nlohmann::json& value,
+               std::optional<bool> brand = std::nullopt) {
+  nlohmann::ordered_json line;
+  line["t"] = std::round(t * 1000) / 1000;
+  line[key] = value;
+  if (brand) line["brand"] = *brand;
+  out << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
+}
+
+std::atomic<bool>* stopFlag = nullptr;
+
+extern "C" void onStopSignal(int) {
+  if (stopFlag) *stopFlag = true;
+}
+
+// The demo's subtitle lives in a private folder for the run, so loading it
+// never touches the user's files; the folder goes when the run ends.
+class DemoFolder {
+ public:
+  DemoFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "lumerix-demo-XXXXXX").string();
+    if (::mkdtemp(pattern.data())) {
+      root = pattern;
+      std::ofstream(root + "/sample.srt", std::ios::binary) << kSampleSubtitle;
+    }
+  }
+  ~DemoFolder() {
+    std::error_code ignored;
+    if (!root.empty()) std::filesystem::remove_all(root, ignored);
+  }
+  std::optional<std::string> subtitle() const {
+    return root.empty() ? std::nullopt : std::optional<std::string>(root + "/sample.srt");
+  }
+
+ private:
+  std::string root;
+};
+
+}  // namespace
+
+ConsoleHost::ConsoleHost(const Clock& clock, std::ostream& out) : clock(clock), started(clock.uptime()), out(out) {}
+
+double ConsoleHost::elapsed() const {
+  return clock.uptime() - started;
+}
+
+void ConsoleHost::setStatusText(const std::string& text) {
+  if (status == text) return;
+  status = text;
+  printLine(out, elapsed(), "status", text);
+}
+
+void ConsoleHost::setTextLayers(const std::vector<TextLayer>& layers, bool brandMode) {
+  std::pair<std::string, bool> now{layers.empty() ? "" : layers.back().text, brandMode};
+  if (shown == now) return;
+  shown = now;
+  printLine(out, elapsed(), "text", now.first, now.second);
+}
+
+Size ConsoleHost::measureText(const TextLayer& layer, Size bounds) {
+  double widest = 0;
+  int lines = 0;
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t end = layer.text.find('\n', start);
+    const std::string_view line = std::string_view(layer.text).substr(start, end - start);
+    std::size_t points = 0;
+    for (std::size_t i = 0; i < line.size(); ++points) unicode::next(line, i);
+    const double width = 0.55 * layer.font.size * static_cast<double>(points);
+    const int wraps = bounds.width > 0 ? std::max(1, static_cast<int>(std::ceil(width / bounds.width))) : 1;
+    widest = std::max(widest, std::min(width, bounds.width));
+    lines += wraps;
+    if (end == std::string::npos) break;
+    start = end + 1;
+  }
+  return {widest, std::min(lines * layer.font.size * 1.2, bounds.height)};
+}
+
+int ConsoleDialogs::runAlert(const Alert& alert) {
+  printLine(out, clock.uptime() - started, "alert", alert.message);
+  return -1;  // dismissed without a choice
+}
+
+int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream& err) {
+  SystemClock clock;
+  std::atomic<bool> quit{false};
+  stopFlag = &quit;
+  struct sigaction action {};
+  action.sa_handler = onStopSignal;
+  sigemptyset(&action.sa_mask);
+  ::sigaction(SIGINT, &action, nullptr);
+  ::sigaction(SIGTERM, &action, nullptr);
+  // A reader of our output that goes away must not kill us mid-save.
+  ::signal(SIGPIPE, SIG_IGN);
+
+  std::unique_ptr<SettingsStore> settings;
+  if (auto path = FileSettingsStore::defaultPath(); path && !options.demo) {
+    settings = std::make_unique<FileSettingsStore>(*path, err);
+  } else {
+    settings = std::make_unique<MemorySettingsStore>();
+  }
+
+  LinuxSystem system;
+  std::unique_ptr<SyncSource> source;
+  std::optional<DemoFolder> demo;
+  std::optional<std::string> subtitle;
+  if (options.demo) {
+    source = std::make_unique<DemoSync>(clock);
+    demo.emplace();
+    subtitle = demo->subtitle();
+  } else {
+    const SyncCommands commands = linuxSyncCommands(system.helperPath(), "");
+    source = std::make_unique<FusedSync>(
+        system, std::make_unique<TVSync>(system, TVSync::Options{commands.poll, commands.consent}),
+        std::make_unique<MediaRemoteSync>(system, commands.stream, commands.streamTarget));
+    if (options.subtitle) subtitle = startupSubtitlePath({"lumerix", *options.subtitle});
+  }
+
+  ConsoleHost host(clock, out);
+  ConsoleDialogs dialogs(clock, out, quit);
+  Controller controller({clock, *settings, host, dialogs}, std::move(source), subtitle);
+
+  using namespace std::chrono;
+  const auto period = milliseconds(50);
+  auto next = steady_clock::now();
+  while (!quit) {
+    controller.tick();
+    next += period;
+    const auto now = steady_clock::now();
+    if (next < now) next = now;  // late ticks are dropped, not bunched
+    std::this_thread::sleep_until(next);
+  }
+  controller.quit();  // saves the calibration, stops the sources
+  stopFlag = nullptr;
+  return out ? 0 : 1;
+}
+
+}  // namespace lumerix

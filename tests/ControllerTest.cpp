@@ -1,0 +1,564 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "ControllerFakes.h"
+#include "FakeSystem.h"
+#include "SyncTestSupport.h"
+#include "app/Controller.h"
+#include "util/Files.h"
+
+namespace lumerix {
+namespace {
+
+using test::playingAt;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+
+const char* const kThreeCues =
+    "1\n00:00:01,000 --> 00:00:03,000\nFirst\n\n"
+    "2\n00:00:03,000 --> 00:00:05,000\nSecond\n\n"
+    "3\n00:00:10,000 --> 00:00:12,000\nThird\n";
+
+struct Rig {
+  test::FakeSystem clock;
+  MemorySettingsStore settings;
+  test::RecordingHost host;
+  test::RecordingDialogs dialogs;
+  std::unique_ptr<test::ScriptedSource> owned = std::make_unique<test::ScriptedSource>();
+  test::ScriptedSource* source = owned.get();
+  std::unique_ptr<Controller> c;
+  test::TempDir dir;
+
+  Controller& start(std::optional<std::string> path = std::nullopt) {
+    c = std::make_unique<Controller>(ControllerServices{clock, settings, host, dialogs}, std::move(owned), path);
+    return *c;
+  }
+  std::string file(const std::string& name, const std::string& text) {
+    dir.write(name, text);
+    return dir.path(name);
+  }
+  // One tick with the source saying this, after the last hint has expired.
+  void tickAt(std::optional<double> position, std::string track = "Show", bool playing = true) {
+    source->next = {position, playing, std::move(track), position ? "" : "Nothing is playing", false, false};
+    c->tick();
+  }
+  void expireHint() { clock.advance(3.01); }
+  const Controller::State& s() const { return c->state(); }
+};
+
+// ---- start-up -------------------------------------------------------------------
+
+TEST(ControllerStartup, SettingsPanelAndStartHint) {
+  Rig r;
+  r.settings.set("FontSize", 100.0);              // read as is: limits apply only on change
+  r.settings.set("BGMode", std::string("band"));  // wrong type: zero
+  r.start();
+  EXPECT_EQ(r.s().fontSize, 100);
+  EXPECT_EQ(r.s().bgMode, 0);
+  EXPECT_EQ(r.s().alpha, 0.92);
+  EXPECT_EQ(r.s().strokeWidth, 7.0);
+  EXPECT_TRUE(r.s().autoPick);
+  EXPECT_EQ(r.source->starts, 1);
+  // 1920 x 1080: 816 wide, centred, bottom at a tenth of the height.
+  EXPECT_THAT(r.host.calls, ElementsAre("panel:552,108,816,125", "textFrame:0,30,816,85", "statusFrame:0,4,816,17",
+                                        "status:⇄ Auto-syncing with TV — click me once, then: ←→/,. offset · t "
+                                        "background · ± font · o open"));
+  // The hint holds for three seconds, then the tick's own line takes over.
+  r.clock.advance(2.9);
+  r.tickAt(std::nullopt);
+  EXPECT_EQ(r.host.status.substr(0, 3), "⇄");
+  r.clock.advance(0.2);
+  r.tickAt(std::nullopt);
+  EXPECT_EQ(r.host.status, "◌ Nothing is playing");
+
+  Rig noScreen;
+  noScreen.host.screen.reset();
+  noScreen.host.savedFrame = Rect{10, 20, 700, 200};  // a saved frame wins
+  noScreen.start();
+  EXPECT_EQ(noScreen.host.calls.at(0), "panel:" + test::str({(1440 - 612) / 2.0, 90, 612, 125}));
+  EXPECT_EQ(noScreen.s().winW, 700);
+  EXPECT_EQ(noScreen.host.calls.at(1), "textFrame:0,30,700,160");
+}
+
+TEST(ControllerStartup, CommandLinePathAndFirstRunGuide) {
+  Rig r;
+  const std::string path = r.file("ep1.srt", kThreeCues);
+  EXPECT_EQ(startupSubtitlePath({"lumerix", path, "ignored"}), path);
+  EXPECT_EQ(startupSubtitlePath({"lumerix", r.dir.path("missing.srt")}), std::nullopt);
+  EXPECT_EQ(startupSubtitlePath({"lumerix"}), std::nullopt);
+  r.start(path);
+  EXPECT_FALSE(r.s().autoPick);
+  EXPECT_EQ(r.s().cues.size(), 3u);
+
+  showGuideOnFirstLaunch(*r.c, r.settings);
+  showGuideOnFirstLaunch(*r.c, r.settings);
+  EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "alert:Welcome to Lumerix"));
+  EXPECT_TRUE(r.settings.boolFor("DidOnboard"));
+}
+
+// ---- the tick -----------------------------------------------------------------
+
+TEST(ControllerTick, StatusLineAndBrandDisplay) {
+  Rig r;
+  r.start(r.file("ep3.srt", kThreeCues));
+  r.expireHint();
+  r.tickAt(724.5, "Episode 3");
+  EXPECT_EQ(r.host.status, "⇄ Episode 3  12:04 · ep3.srt");
+  r.c->bumpOffset(1.5);
+  r.c->cycleFPS();
+  r.expireHint();
+  r.tickAt(724.5, "Episode 3");
+  EXPECT_EQ(r.host.status, "⇄ Episode 3  12:04 · ep3.srt  offset +1.5s  rate 1.0427");
+  r.tickAt(3600, "Episode 3", false);
+  EXPECT_EQ(r.host.status, "⏸ Episode 3  1:00:00 · ep3.srt  offset +1.5s  rate 1.0427");
+
+  Rig none;
+  none.start();
+  none.expireHint();
+  none.c->bumpOffset(0.1);
+  none.c->bumpOffset(-0.06);  // not exactly zero: shown, as +0.0s
+  none.expireHint();
+  none.tickAt(5, "");
+  EXPECT_EQ(none.host.status, "⇄   00:05 · no subtitle loaded (press O)  offset +0.0s");
+  EXPECT_EQ(none.host.calls.back(), "status:" + none.host.status);
+
+  // No position: the brand and the source's own words; the sheen runs on uptime.
+  none.clock.now = 1012.5;
+  none.tickAt(std::nullopt);
+  EXPECT_EQ(none.host.layers.at(0).text, "LUMERIX");
+  EXPECT_DOUBLE_EQ(none.host.brandPhase, 0.5);
+  EXPECT_EQ(none.host.status, "◌ Nothing is playing");
+}
+
+TEST(ControllerTick, CueSearchHoldsSmallBackwardSteps) {
+  Rig r;
+  r.start(r.file("a.srt",
+                 "00:00:01,000 --> 00:00:03,000\nFirst\n\n00:00:03,000 --> 00:00:05,000\nSecond\n\n"
+                 "00:00:20,000 --> 00:01:40,000\nLong\n\n00:00:30,000 --> 00:00:31,000\nA\n\n"
+                 "00:00:32,000 --> 00:00:33,000\nB\n\n00:00:34,000 --> 00:00:35,000\nC\n\n"
+                 "00:00:36,000 --> 00:00:37,000\nD\n\n00:00:40,000 --> 00:00:45,000\nOver1\n\n"
+                 "00:00:41,000 --> 00:00:44,000\nOver2\n"));
+  auto shown = [&](double position) {
+    r.tickAt(position);
+    return r.s().curText.value_or("<none>");
+  };
+  EXPECT_EQ(shown(0.5), "");
+  EXPECT_EQ(shown(3.0 - 0.5), "First");
+  EXPECT_EQ(shown(3.0), "Second");  // a shared boundary belongs to the later cue
+  EXPECT_EQ(shown(5.0), "Second");  // the end itself is still shown
+  EXPECT_EQ(shown(6), "");
+  EXPECT_EQ(shown(25), "Long");
+  EXPECT_EQ(shown(37.5), "");  // "Long" runs, but four later cues started since
+  EXPECT_EQ(shown(42), "Over2");
+  // Backward hold: 0.3 s back keeps the time, 0.5 s back is a seek.
+  r.tickAt(50.0);
+  r.tickAt(49.7);
+  EXPECT_EQ(r.s().lastShownT, 50.0);
+  r.tickAt(49.5);
+  EXPECT_EQ(r.s().lastShownT, 49.5);
+  // Rate first, then the offset in subtitle seconds.
+  r.c->cycleFPS();
+  r.c->bumpOffset(-2.0);
+  r.tickAt(100.0);
+  EXPECT_EQ(r.s().lastShownT, 102.27093760427095);
+  // An adjustment clears the hold, so the next tick may step back freely.
+  r.c->bumpOffset(-0.2);
+  r.tickAt(100.0);
+  EXPECT_DOUBLE_EQ(*r.s().lastShownT, 102.07093760427095);
+}
+
+TEST(ControllerTick, PermissionAlertOncePerOnset) {
+  Rig r;
+  r.start();
+  r.dialogs.answers = {0, 1};  // "Open System Settings", then "Later"
+  r.source->permission = true;
+  for (int i = 0; i < 5; ++i) r.tickAt(std::nullopt);
+  r.source->permission = false;
+  r.tickAt(std::nullopt);
+  r.source->permission = true;
+  r.tickAt(std::nullopt);
+  EXPECT_THAT(r.dialogs.calls,
+              ElementsAre("activate", "alert:Lumerix can't follow the TV app",
+                          "open:x-apple.systempreferences:com.apple.preference.security?Privacy_Automation", "activate",
+                          "alert:Lumerix can't follow the TV app"));
+}
+
+// ---- keys and adjustments ----------------------------------------------------------
+
+TEST(ControllerKeys, EveryShortcutWithItsLimitsAndHints) {
+  Rig r;
+  r.start(r.file("k.srt", kThreeCues));
+  Controller& c = *r.c;
+  struct Row {
+    int code;
+    bool shift;
+    const char* chars;
+    const char* hint;  // nullptr: no hint expected
+  };
+  const Row rows[] = {
+      {124, false, "", "Timing offset +0.5s"},
+      {123, false, "", "Timing offset +0.0s"},
+      {0, false, ",", "Timing offset -0.1s"},
+      {0, false, ".", "Timing offset +0.0s"},
+      {126, false, "", "Rate 1.0005"},
+      {125, false, "", "Rate 1.0000"},
+      {0, false, "f", "Frame-rate ratio 1.0427 (23.976→25)"},
+      {0, false, "t", "Background: black band"},
+      {0, false, "t", "Background: transparent + outline"},
+      {0, false, "9", "Opacity 87%"},
+      {0, false, "0", "Opacity 92%"},
+      {0, false, "+", "Font size 30"},
+      {0, false, "=", "Font size 32"},
+      {0, false, "-", "Font size 30"},
+      {0, false, "a", "Episode auto-pick re-enabled"},
+  };
+  for (const Row& row : rows) {
+    r.host.status.clear();
+    EXPECT_TRUE(c.handleKey(row.code, row.shift, row.chars)) << row.hint;
+    EXPECT_EQ(r.host.status, row.hint);
+    EXPECT_DOUBLE_EQ(r.s().hintUntil, r.clock.now + 3.0);
+  }
+  EXPECT_EQ(r.settings.doubleFor("FontSize"), 30);
+  EXPECT_EQ(r.settings.integerFor("BGMode"), 0);
+  EXPECT_EQ(r.settings.doubleFor("PanelAlpha"), r.s().alpha);
+  EXPECT_THAT(r.host.calls, Contains("alpha:0.87"));
+  for (const char* ignored : {"F", "Q", "O", "T", "x", "é", ""})
+    EXPECT_FALSE(c.handleKey(0, false, ignored)) << ignored;
+  EXPECT_FALSE(c.handleKey(0, false, "q\u0301"));  // q with a combining accent is another character
+
+  for (int i = 0; i < 500; ++i) c.handleKey(125, false, "");
+  EXPECT_EQ(r.host.status, "Rate 0.9000");
+  for (int i = 0; i < 20; ++i) c.handleKey(0, false, "0");
+  EXPECT_EQ(r.host.status, "Opacity 100%");
+  for (int i = 0; i < 40; ++i) c.handleKey(0, false, "-");
+  EXPECT_EQ(r.host.status, "Font size 12");
+  EXPECT_EQ(r.settings.doubleFor("FontSize"), 12);
+  for (int i = 0; i < 6; ++i) c.handleKey(0, false, "f");  // seven presses in all
+  EXPECT_EQ(r.host.status, "Frame-rate ratio 1.000 original");
+  EXPECT_EQ(r.s().scale, 1.0);
+
+  // Shift+arrows resize without a hint; width never below 320, height never below 90.
+  r.host.frame = {100, 100, 350, 125};
+  r.host.calls.clear();
+  c.handleKey(123, true, "");
+  c.handleKey(125, true, "");  // Down with Shift makes it taller
+  c.handleKey(126, true, "");
+  c.handleKey(126, true, "");
+  EXPECT_THAT(r.host.calls, ElementsAre("frame:100,100,320,125", "statusFrame:0,4,320,17", "frame:100,100,320,155",
+                                        "statusFrame:0,4,320,17", "frame:100,100,320,125", "statusFrame:0,4,320,17",
+                                        "frame:100,100,320,95", "statusFrame:0,4,320,17"));
+  EXPECT_FALSE(r.s().curText);
+}
+
+TEST(ControllerKeys, QuitKeysSaveThenStop) {
+  for (auto [code, chars] : {std::pair{53, "x"}, std::pair{0, "q"}}) {
+    Rig r;
+    const std::string path = r.file("q.srt", kThreeCues);
+    r.start(path);
+    r.c->bumpOffset(1.23456);
+    std::filesystem::remove(path + ".sync.json");
+    EXPECT_TRUE(r.c->handleKey(code, true, chars));
+    std::string side;
+    ASSERT_TRUE(readWholeFile(path + ".sync.json", side));
+    EXPECT_EQ(nlohmann::json::parse(side), nlohmann::json::parse(R"({"offset":1.235,"scale":1.0})"));
+    EXPECT_EQ(r.source->cancels, 1);
+    EXPECT_EQ(r.dialogs.calls.back(), "terminate");
+  }
+}
+
+// ---- calibration ---------------------------------------------------------------------
+
+TEST(ControllerCalibration, TwoPointsGiveRateAndOffset) {
+  Rig r;
+  const std::string path = r.file("cal.srt", kThreeCues);
+  r.start(path);
+  Controller& c = *r.c;
+  r.source->next = {};
+  c.markPoint(1);
+  EXPECT_EQ(r.host.status, "Not connected to the TV app — cannot calibrate");
+  c.markPoint(2);
+  EXPECT_EQ(r.host.status, "Not connected to the TV app — cannot calibrate");
+  r.source->next = playingAt(100);
+  c.markPoint(2);
+  EXPECT_EQ(r.host.status, "Align near the beginning first and press 1");
+
+  c.bumpOffset(-2);  // at 60 s the subtitle shows 58 s
+  r.source->next = playingAt(60);
+  c.markPoint(1);
+  EXPECT_EQ(r.host.status, "① Marked first point at 01:00 — seek near the end, align, then press 2");
+  r.source->next = playingAt(89.9);
+  c.markPoint(2);
+  EXPECT_EQ(r.host.status, "Points too close — try again a few minutes apart");
+  c.bumpOffset(102);  // at 2460 s the subtitle shows 2560 s
+  r.source->next = playingAt(2460);
+  c.markPoint(2);
+  EXPECT_EQ(r.host.status, "✓ Calibrated! rate 1.04250, offset -4.55s — saved");
+  EXPECT_DOUBLE_EQ(r.s().scale, 1.0425);
+  EXPECT_DOUBLE_EQ(r.s().offset, -4.55);
+  std::string side;
+  ASSERT_TRUE(readWholeFile(path + ".sync.json", side));
+  EXPECT_EQ(nlohmann::json::parse(side), nlohmann::json::parse(R"({"offset":-4.55,"scale":1.0425})"));
+  c.markPoint(2);
+  EXPECT_EQ(r.host.status, "Align near the beginning first and press 1");
+
+  // The accepted range includes 1.15 itself.
+  for (auto [second, accepted] : {std::pair{100.0 + 1.15 * 100, true}, std::pair{100.0 + 1.1501 * 100, false}}) {
+    Rig q;
+    q.start();
+    q.source->next = playingAt(100);
+    q.c->markPoint(1);
+    q.c->bumpOffset(second - 200);
+    q.source->next = playingAt(200);
+    q.c->markPoint(2);
+    EXPECT_EQ(q.host.status.starts_with("✓ Calibrated! rate 1.15000"), accepted) << q.host.status;
+    if (!accepted) {
+      EXPECT_EQ(q.host.status, "Computed rate 1.1501 looks wrong — realign both points");
+    }
+  }
+}
+
+// ---- loading and side files ----------------------------------------------------------------
+
+TEST(ControllerLoading, SideFilesRestoreTimingWhenWellFormed) {
+  Rig r;
+  r.start();
+  struct Case {
+    const char* side;  // nullptr: no side file
+    const char* message;
+  };
+  const Case cases[] = {
+      {nullptr, "Loaded Show.S01E02.srt · 3 cues"},
+      {R"({"offset":0,"scale":1})", "Loaded Show.S01E02.srt · 3 cues"},
+      {R"({"scale":1.0427})", "Loaded Show.S01E02.srt · 3 cues (restored offset +0.00s, rate 1.0427)"},
+      {R"({"offset":1.25,"scale":1.0427093760427095})",
+       "Loaded Show.S01E02.srt · 3 cues (restored offset +1.25s, rate 1.0427)"},
+      {R"({"offset":"1.25","scale":1.04})", "Loaded Show.S01E02.srt · 3 cues"},  // one non-number spoils it
+      {R"({"offset":true})", "Loaded Show.S01E02.srt · 3 cues"},
+      {R"([1.5, 1.04])", "Loaded Show.S01E02.srt · 3 cues"},
+      {"{not json", "Loaded Show.S01E02.srt · 3 cues"},
+  };
+  const std::string path = r.file("Show.S01E02.srt", kThreeCues);
+  for (const Case& c : cases) {
+    r.c->bumpOffset(3);  // live adjustments are discarded by a reload
+    std::filesystem::remove(path + ".sync.json");
+    if (c.side) r.dir.write("Show.S01E02.srt.sync.json", c.side);
+    r.c->loadSubtitle(path);
+    EXPECT_EQ(r.host.status, c.message) << (c.side ? c.side : "none");
+  }
+  EXPECT_EQ(r.settings.stringFor("SubtitleFolder"), test::TempDir::parentOf(path));
+
+  // A failed load leaves everything as it was, the folder included.
+  const std::string other = r.file("broken.srt", kThreeCues);
+  std::filesystem::remove(other);
+  r.settings.set("SubtitleFolder", std::string("/elsewhere"));
+  r.c->loadSubtitle(other);
+  EXPECT_EQ(r.host.status, "Failed to load: No such file or directory");
+  EXPECT_EQ(r.s().subPath, path);
+  EXPECT_EQ(r.settings.stringFor("SubtitleFolder"), "/elsewhere");
+
+  // Saving rounds to what the file keeps, and leaves no temporary files behind.
+  r.c->cycleFPS();
+  r.c->bumpOffset(1.23456 - r.s().offset);
+  std::string side;
+  ASSERT_TRUE(readWholeFile(path + ".sync.json", side));
+  EXPECT_EQ(nlohmann::json::parse(side), nlohmann::json::parse(R"({"offset":1.235,"scale":1.042709})"));
+  int files = 0;
+  for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator(test::TempDir::parentOf(path))) ++files;
+  EXPECT_EQ(files, 2);  // the subtitle and its side file
+}
+
+TEST(ControllerLoading, DroppedAndChosenFilesTurnAutoPickOnForTheNextTrack) {
+  Rig r;
+  const std::string path = r.file("mine.srt", kThreeCues);
+  r.start(path);
+  EXPECT_FALSE(r.s().autoPick);
+  EXPECT_EQ(Controller::subtitlePathFrom({"/a/notes.txt", "/a/B.SRT", "/a/c.vtt"}), "/a/B.SRT");
+  EXPECT_EQ(Controller::subtitlePathFrom({"/a/notes.txt", "/a/movie.mkv"}), std::nullopt);
+
+  r.source->next = playingAt(10, "Episode 3");
+  r.dialogs.chosenFile = path;
+  r.c->handleKey(0, false, "o");
+  EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "choose:srt,vtt"));
+  EXPECT_TRUE(r.s().autoPick);
+  EXPECT_EQ(r.s().lastTrack, "Episode 3");
+  r.dialogs.chosenFile.reset();
+  r.c->openFileDialog();  // cancelled: nothing changes
+  EXPECT_EQ(r.s().subPath, path);
+}
+
+// ---- episode auto-pick --------------------------------------------------------------------
+
+TEST(ControllerAutoPick, FollowsTrackChangesIntoTheSubtitleFolder) {
+  Rig r;
+  for (const char* name :
+       {"show.s01e07.srt", "Show S1E7 720p.VTT", "x.s01e007.srt", "show.s01e17.srt", "show.s01e70.srt",
+        "show.s01e07.ass", ".show.s01e03.srt", "Show.S01E05.srt", "Show.S02E05.srt"}) {
+    r.dir.write(name, kThreeCues);
+  }
+  r.start();
+  r.settings.set("SubtitleFolder", test::TempDir::parentOf(r.dir.path("x")));
+  r.tickAt(std::nullopt);  // nothing playing: no pick
+  EXPECT_FALSE(r.s().subPath);
+
+  r.tickAt(1, "Episode 7");
+  EXPECT_EQ(r.s().subName, "Show S1E7 720p.VTT");  // "S" sorts before "s" and "x"
+  r.tickAt(2, "Episode 5");
+  EXPECT_EQ(r.s().subName, "Show.S01E05.srt");  // the season is not compared
+  r.tickAt(3, "Episode 3");
+  EXPECT_EQ(r.s().subName, ".show.s01e03.srt");  // hidden files count
+  r.tickAt(4, "Episode 42");
+  EXPECT_EQ(r.s().subName, ".show.s01e03.srt");  // nothing for 42, and cues are loaded: keep quiet
+  r.tickAt(5, "Credits");
+  EXPECT_EQ(r.s().subName, ".show.s01e03.srt");
+
+  // Paused, or the same track again: nothing happens. Off: remembered, not picked.
+  r.c->loadSubtitle(r.dir.path("show.s01e17.srt"));
+  r.tickAt(6, "Episode 7", false);
+  EXPECT_EQ(r.s().subName, "show.s01e17.srt");
+  r.dialogs.chosenFile = r.dir.path("show.s01e17.srt");
+  r.source->next = playingAt(6, "Episode 7");
+  r.c->openFileDialog();
+  r.tickAt(7, "Episode 7");
+  EXPECT_EQ(r.s().subName, "show.s01e17.srt");  // chosen by hand while 7 plays: kept
+  r.c->menuAutoPick();
+  r.tickAt(8, "Episode 7");
+  EXPECT_EQ(r.s().subName, "Show S1E7 720p.VTT");  // re-enabled: picked on the next playing tick
+
+  r.c->applySubtitleFolder("/no/such/folder");
+  EXPECT_EQ(r.host.status, "Subtitle folder set: folder");
+}
+
+TEST(ControllerAutoPick, NoFileHintOnlyWhileNothingIsLoaded) {
+  Rig r;
+  r.start();
+  r.settings.set("SubtitleFolder", test::TempDir::parentOf(r.dir.path("x")));
+  r.tickAt(1, "Episode 9");
+  EXPECT_EQ(r.host.status, "No subtitle found for “Episode 9” — press O to choose one");
+  r.expireHint();
+  r.tickAt(2, "Trailer");  // no digits: no search, no hint
+  EXPECT_EQ(r.host.status, "⇄ Trailer  00:02 · no subtitle loaded (press O)");
+}
+
+// ---- rendering ------------------------------------------------------------------------------
+
+TEST(ControllerRender, CacheAndGeometry) {
+  Rig r;
+  r.start();
+  Controller& c = *r.c;
+  r.host.calls.clear();
+  c.render("Hello", false);
+  c.render("Hello", false);  // unchanged: nothing at all
+  // 816 - 60 = 756 wide, 30 in from each side, 26 up; 20 + 6 tall.
+  EXPECT_THAT(r.host.take(), ElementsAre("text:Hello", "textFrame:30,26,756,26", "band:hidden"));
+  EXPECT_EQ(r.host.layers.size(), 2u);  // outline, then fill
+  EXPECT_EQ(r.host.layers[0].strokeWidth, 7.0);
+  EXPECT_FALSE(r.host.layers[1].shadow);
+
+  c.handleKey(0, false, "t");  // band: no outline, the band sized to the text
+  r.host.take();
+  c.render("Hello\nthere world", false);
+  EXPECT_THAT(r.host.take(), ElementsAre("text:Hello\nthere world", "textFrame:30,26,756,46", "bandFrame:337,19,142,58",
+                                         "band:shown"));
+  EXPECT_EQ(r.host.layers.size(), 1u);
+
+  c.panelResized();  // the same text re-laid out for the new size
+  r.host.take();
+  c.render("Hello\nthere world", false);
+  EXPECT_EQ(r.host.take().size(), 4u);
+
+  c.render("Lumerix", true);
+  EXPECT_THAT(r.host.take(), ElementsAre("brand:LUMERIX", "textFrame:0,22,816,97", "band:hidden"));
+  EXPECT_EQ(r.host.layers.at(0).kerning, 4.0);
+  c.render("", true);
+  EXPECT_THAT(r.host.take(), ElementsAre("brand:", "band:hidden"));
+
+  for (auto [size, brandSize] : {std::pair{20.0, 40.0}, std::pair{30.0, 46.0}, std::pair{60.0, 52.0}}) {
+    EXPECT_EQ(attributedLayers("x", true, size, 7, 0).at(0).font.size, brandSize);
+  }
+  EXPECT_EQ(attributedLayers("x", false, 28, 0, 0).size(), 1u);  // no stroke: fill only
+  EXPECT_EQ(attributedLayers("x", false, 28, 7, 1).size(), 1u);  // band: never an outline
+}
+
+TEST(ControllerPanel, HoverAndKeyHints) {
+  Rig r;
+  r.start();
+  r.host.calls.clear();
+  r.c->hoverChanged(true);
+  r.host.key = true;
+  r.c->keyWindowChanged();
+  r.c->hoverChanged(false);
+  EXPECT_THAT(
+      r.host.calls,
+      ElementsAre("backdrop:in", "status:Drag anywhere to move · click once to enable shortcuts", "backdrop:in",
+                  "status:Shortcuts active — ←→/,. offset · t background · ± font · o open · q quit", "backdrop:out"));
+  EXPECT_EQ(Controller::debugLine({true, true, 8194, false, 101, {552, 108, 816, 125}}),
+            "PXDBG onActiveSpace=1 visible=1 occlusion=8194 key=0 level=101 frame={{552, 108}, {816, 125}}");
+}
+
+TEST(ControllerMenu, EveryItemReachesItsOperation) {
+  const auto menu = statusMenu();
+  ASSERT_EQ(menu.size(), 15u);
+  EXPECT_EQ(menu[3].submenu.at(0).title, "\u22120.5 s");
+  EXPECT_TRUE(menu[2].separator());
+  Rig r;
+  r.start();
+  for (MenuAction a :
+       {MenuAction::offsetM5, MenuAction::offsetP1, MenuAction::fontUp, MenuAction::prefs, MenuAction::checkUpdates,
+        MenuAction::about, MenuAction::howTo, MenuAction::grantPermission, MenuAction::quit}) {
+    r.c->perform(a);
+  }
+  EXPECT_DOUBLE_EQ(r.s().offset, -0.4);
+  EXPECT_EQ(r.s().fontSize, 30);
+  EXPECT_THAT(
+      r.dialogs.calls,
+      ElementsAre("prefs", "activate", "updates", "activate", "alert:Lumerix 0.1", "activate",
+                  "alert:Welcome to Lumerix",
+                  "open:x-apple.systempreferences:com.apple.preference.security?Privacy_Automation", "terminate"));
+  EXPECT_EQ(r.host.status, "Enable Lumerix → TV in the Automation list");
+}
+
+// ---- a whole evening, call by call ---------------------------------------------------------------
+
+TEST(ControllerScript, PlaybackSeeksPausesEpisodesAndPermission) {
+  Rig r;
+  r.dir.write("Show.S01E01.srt", kThreeCues);
+  r.dir.write("Show.S01E02.srt", "00:00:01,000 --> 00:00:02,000\nNext episode\n");
+  r.start(r.dir.path("Show.S01E01.srt"));
+  r.c->menuAutoPick();
+  r.expireHint();
+  r.host.take();
+  auto tick = [&](std::optional<double> position, const char* track, bool playing = true) {
+    r.clock.advance(0.05);
+    r.tickAt(position, track, playing);
+  };
+  tick(1.2, "Episode 1");
+  tick(3.5, "Episode 1");
+  tick(3.2, "Episode 1");  // 0.3 s back: held
+  tick(2.7, "Episode 1");  // 0.5 s back: followed
+  tick(2.7, "Episode 1", false);
+  r.source->permission = true;
+  r.dialogs.answers = {1};
+  tick(std::nullopt, "Episode 1", false);
+  r.source->permission = false;
+  tick(10.5, "Episode 1");
+  tick(1.5, "Episode 2");
+  r.expireHint();
+  tick(1.5, "Episode 2");
+  EXPECT_THAT(
+      r.host.calls,
+      ElementsAre("text:First", "textFrame:30,26,756,26", "band:hidden", "status:⇄ Episode 1  00:01 · Show.S01E01.srt",
+                  "text:Second", "textFrame:30,26,756,26", "band:hidden", "status:⇄ Episode 1  00:03 · Show.S01E01.srt",
+                  "text:First", "textFrame:30,26,756,26", "band:hidden", "status:⇄ Episode 1  00:02 · Show.S01E01.srt",
+                  "status:⏸ Episode 1  00:02 · Show.S01E01.srt", "brand:LUMERIX", "textFrame:0,22,816,97",
+                  "band:hidden", "status:◌ Nothing is playing", "text:Third", "textFrame:30,26,756,26", "band:hidden",
+                  "status:⇄ Episode 1  00:10 · Show.S01E01.srt", "status:Loaded Show.S01E02.srt · 1 cues",
+                  "text:Next episode", "textFrame:30,26,756,26", "band:hidden",
+                  "status:⇄ Episode 2  00:01 · Show.S01E02.srt"));
+  EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "alert:Lumerix can't follow the TV app"));
+}
+
+}  // namespace
+}  // namespace lumerix

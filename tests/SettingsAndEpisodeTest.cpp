@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include "SyncTestSupport.h"
+#include "app/EpisodeMatch.h"
+#include "app/SettingsFile.h"
+#include "util/Files.h"
+
+namespace lumerix {
+namespace {
+
+TEST(Settings, TypedReadsWithDefaultsAndZeroValues) {
+  MemorySettingsStore s;
+  s.registerDefaults({{"FontSize", 28.0}, {"BGMode", 0LL}});
+  EXPECT_EQ(s.doubleFor("FontSize"), 28.0);
+  s.set("FontSize", 31LL);  // whole numbers read as doubles and back
+  EXPECT_EQ(s.doubleFor("FontSize"), 31.0);
+  s.set("BGMode", 1.9);
+  EXPECT_EQ(s.integerFor("BGMode"), 1);
+  s.set("BGMode", std::string("band"));
+  EXPECT_EQ(s.integerFor("BGMode"), 0);
+  s.set("DidOnboard", 1LL);  // a number is not a boolean
+  EXPECT_FALSE(s.boolFor("DidOnboard"));
+  s.set("SubtitleFolder", 3.0);
+  EXPECT_EQ(s.stringFor("SubtitleFolder"), std::nullopt);
+  EXPECT_EQ(s.doubleFor("Missing"), 0.0);
+  s.set("Huge", 1e300);
+  EXPECT_EQ(s.integerFor("Huge"), 0);
+}
+
+TEST(Settings, FileIsRewrittenAtomicallyAndKeepsOtherWritersKeys) {
+  test::TempDir dir;
+  const std::string path = dir.path("cfg/lumerix/settings.json");
+  std::ostringstream warnings;
+  {
+    FileSettingsStore s(path, warnings);  // folders made on the first write
+    s.set("FontSize", 30.0);
+  }
+  // Someone else adds a key while we run; our next write keeps it.
+  FileSettingsStore s(path, warnings);
+  dir.write("cfg/lumerix/settings.json", R"({"FontSize":30.0,"DebugLog":true})");
+  s.set("BGMode", 1LL);
+  EXPECT_TRUE(s.boolFor("DebugLog"));
+  std::string text;
+  ASSERT_TRUE(readWholeFile(path, text));
+  EXPECT_EQ(nlohmann::json::parse(text), nlohmann::json::parse(R"({"FontSize":30.0,"DebugLog":true,"BGMode":1})"));
+  EXPECT_EQ(warnings.str(), "");
+  int files = 0;
+  for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator(dir.path("cfg/lumerix"))) ++files;
+  EXPECT_EQ(files, 1);  // no temporary files left behind
+}
+
+TEST(Settings, CorruptFileIsReportedOnceAndKeptAside) {
+  test::TempDir dir;
+  dir.write("settings.json", "{\"FontSize\": 30,");  // cut off mid-write by some other program
+  std::ostringstream warnings;
+  FileSettingsStore s(dir.path("settings.json"), warnings);
+  EXPECT_EQ(s.doubleFor("FontSize"), 0.0);
+  s.set("FontSize", 24.0);
+  s.set("PanelAlpha", 0.5);
+  const std::string said = warnings.str();
+  EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+  std::string kept, now;
+  ASSERT_TRUE(readWholeFile(dir.path("settings.json.corrupt"), kept));
+  EXPECT_EQ(kept, "{\"FontSize\": 30,");
+  ASSERT_TRUE(readWholeFile(dir.path("settings.json"), now));
+  EXPECT_EQ(nlohmann::json::parse(now), nlohmann::json::parse(R"({"FontSize":24.0,"PanelAlpha":0.5})"));
+}
+
+TEST(EpisodeNames, NumberFromTrackAndPatternOnFileNames) {
+  const std::pair<const char*, std::optional<long long>> tracks[] = {
+      {"Episode 12", 12},
+      {"Part 2: Chapter 7", 2},
+      {"Trailer", std::nullopt},
+      {"Show S01E05", 1},
+      {"E007", 7},
+      {"\u0661\u0662 then 3", std::nullopt},   // first run is not ASCII: no number
+      {"99999999999999999999", std::nullopt},  // too large
+  };
+  for (const auto& [track, number] : tracks) EXPECT_EQ(episode::numberIn(track), number) << track;
+
+  struct Row {
+    const char* name;
+    long long episode;
+    bool match;
+  };
+  const Row rows[] = {
+      {"show.s01e07.srt", 7, true},   {"show s1e7 720p.vtt", 7, true},
+      {"x.s01e007.srt", 7, true},     {"show.s01e17.srt", 7, false},
+      {"show.s01e70.srt", 7, false},  {"s123e07.srt", 7, false},
+      {"s01e0.srt", 0, true},         {"s01e000x.srt", 0, true},
+      {"s01e05.srt", 0, false},       {"s01e10.srt", 10, true},
+      {"s01e010.srt", 10, true},      {"s01e100.srt", 10, false},
+      {"\u017f01e07.srt", 7, true},   {"s\u0660\u0661e07.srt", 7, true},  // long s; Arabic-Indic season
+      {"s01e07\u0661.srt", 7, false}, {"se07.srt", 7, false},
+      {"s01s02e07.srt", 7, true},
+  };
+  for (const Row& r : rows) EXPECT_EQ(episode::nameMatches(r.name, r.episode), r.match) << r.name;
+  EXPECT_EQ(episode::findInFolder("/no/such/folder", 1), std::nullopt);
+}
+
+}  // namespace
+}  // namespace lumerix
