@@ -28,6 +28,7 @@ TEST(TimeFormat, ClockTextAcrossTheHourBoundary) {
 }
 
 TEST(TimeFormatDeathTest, ValuesThatCannotBeAClockStopTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // sanitizer runtimes keep threads of their own
   EXPECT_DEATH(fmtTime(std::numeric_limits<double>::quiet_NaN()), "fmtTime");
   EXPECT_DEATH(fmtTime(std::numeric_limits<double>::infinity()), "fmtTime");
   EXPECT_DEATH(fmtTime(1e19), "fmtTime");

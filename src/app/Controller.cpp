@@ -55,7 +55,7 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
 // ---- the tick ----------------------------------------------------------------
 
 void Controller::tick() {
-  const SyncSnapshot snap = sync->snapshot();
+  sync->snapshotInto(snap);
   const bool issue = sync->permissionIssue();
   if (issue && !s.lastPermissionIssue) {
     s.lastPermissionIssue = true;

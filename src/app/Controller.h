@@ -150,7 +150,9 @@ class Controller {
   ControllerServices services;
   std::unique_ptr<SyncSource> sync;
   State s;
-  std::string statusLine;  // reused by every tick, so steady ticks do not allocate
+  // Reused by every tick, so that steady ticks do not allocate.
+  SyncSnapshot snap;
+  std::string statusLine;
 };
 
 // The start-up subtitle: the first argument after the program's path, when

@@ -37,14 +37,20 @@ bool FusedSync::detectFullscreen() {
 }
 
 SyncSnapshot FusedSync::snapshot() {
+  SyncSnapshot s;
+  snapshotInto(s);
+  return s;
+}
+
+void FusedSync::snapshotInto(SyncSnapshot& into) {
   // The window list is the costly part: ask at most twice a second.
   const double now = system.uptime();
   if (now - lastFSCheck >= 0.5) {
     lastFSCheck = now;
     lastFS = detectFullscreen();
   }
-  SyncSnapshot t = tv->snapshot();
-  SyncSnapshot m = mr->snapshot();
+  tv->snapshotInto(t);
+  mr->snapshotInto(m);
 
   if (!lastFS) {
     if (t.position) {
@@ -54,20 +60,30 @@ SyncSnapshot FusedSync::snapshot() {
         const double d = *t.position - *m.position;
         mrBias = mrBias ? 0.2 * d + 0.8 * *mrBias : d;
       }
-      return t;
+      into = t;
+      return;
     }
-    if (t.idle) return t;
+    if (t.idle) {
+      into = t;
+      return;
+    }
   }
   if (m.position) {
-    SyncSnapshot r;
-    r.position = *m.position + mrBias.value_or(0.0);
-    r.playing = m.playing;
-    r.track = std::move(m.track);
-    return r;
+    into.position = *m.position + mrBias.value_or(0.0);
+    into.playing = m.playing;
+    into.track = m.track;
+    into.status.clear();
+    into.idle = false;
+    into.holding = false;
+    return;
   }
-  if (t.position) return t;
-  if (!m.status.empty()) return m;
-  return t;
+  if (t.position) {
+    into = t;
+  } else if (!m.status.empty()) {
+    into = m;
+  } else {
+    into = t;
+  }
 }
 
 }  // namespace lumerix

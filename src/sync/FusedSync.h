@@ -26,6 +26,7 @@ class FusedSync : public SyncSource {
   void start() override;
   void cancel() override;
   SyncSnapshot snapshot() override;
+  void snapshotInto(SyncSnapshot& into) override;
   bool permissionIssue() override { return tv->permissionIssue(); }
 
   // Poller position minus stream position, smoothed; absent until learnt.
@@ -41,6 +42,7 @@ class FusedSync : public SyncSource {
   double lastFSCheck = 0;
   bool lastFS = false;
   std::optional<double> mrBias;
+  SyncSnapshot t, m;  // the sources' latest, kept for their storage
 };
 
 }  // namespace lumerix

@@ -32,18 +32,26 @@ void MediaRemoteSync::cancel() {
 }
 
 SyncSnapshot MediaRemoteSync::snapshot() {
+  SyncSnapshot s;
+  snapshotInto(s);
+  return s;
+}
+
+void MediaRemoteSync::snapshotInto(SyncSnapshot& s) {
   const double now = clock.uptime();
   std::lock_guard<std::mutex> guard(lock);
-  SyncSnapshot s;
   s.playing = playingFlag;
   s.track = title;
+  s.holding = false;
   if (ok) {
     s.position = elapsed + (playingFlag ? rate : 0.0) * (now - anchorUptime);
+    s.status.clear();
+    s.idle = false;
   } else {
+    s.position.reset();
     s.status = statusText;
     s.idle = idleFlag;
   }
-  return s;
 }
 
 void MediaRemoteSync::run() {

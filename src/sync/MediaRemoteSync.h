@@ -42,6 +42,7 @@ class MediaRemoteSync : public SyncSource {
   void start() override;
   void cancel() override;
   SyncSnapshot snapshot() override;
+  void snapshotInto(SyncSnapshot& into) override;
   bool permissionIssue() override { return false; }
 
   // Output of the helper as it arrives, cut into lines. Reader thread.

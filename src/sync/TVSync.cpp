@@ -62,19 +62,27 @@ void TVSync::cancel() {
 }
 
 SyncSnapshot TVSync::snapshot() {
+  SyncSnapshot s;
+  snapshotInto(s);
+  return s;
+}
+
+void TVSync::snapshotInto(SyncSnapshot& s) {
   const double now = system.uptime();
   std::lock_guard<std::mutex> guard(lock);
-  SyncSnapshot s;
   s.playing = playing;
   s.track = track;
   if (ok) {
     s.position = anchorPos + (playing && !stalled ? now - anchorTS : 0.0);
+    s.status.clear();
+    s.idle = false;
     s.holding = stalled;
   } else {
+    s.position.reset();
     s.status = statusText;
     s.idle = idleFlag;
+    s.holding = false;
   }
-  return s;
 }
 
 bool TVSync::permissionIssue() {

@@ -65,6 +65,7 @@ class TVSync : public SyncSource {
   void start() override;
   void cancel() override;
   SyncSnapshot snapshot() override;
+  void snapshotInto(SyncSnapshot& into) override;
   bool permissionIssue() override;
 
   // Runs one command to completion within the poll timeout; both outputs

@@ -14,6 +14,7 @@ namespace lumerix {
 bool writeFileAtomically(const std::string& path, std::string_view contents) {
   std::string folder = path::parent(path);
   if (folder.empty()) folder = ".";
+  // A hidden sibling, so that the rename stays within one file system.
   std::string tmp = path::append(folder, "." + path::lastComponent(path) + ".XXXXXX");
   const int fd = ::mkstemp(tmp.data());
   if (fd < 0) return false;
