@@ -36,6 +36,10 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
       headless = true;
     } else if (a == "--demo") {
       cl.demo = true;
+    } else if (a == "--player" || a.starts_with("--player=")) {
+      if (a == "--player" && i + 1 >= args.size()) return usage("--player needs a NAME");
+      cl.player = a == "--player" ? args[++i] : a.substr(std::string("--player=").size());
+      if (cl.player.empty() || cl.player.find('/') != std::string::npos) return usage("--player needs a NAME");
     } else if (a == "--") {
       files.insert(files.end(), args.begin() + static_cast<std::ptrdiff_t>(i) + 1, args.end());
       break;
@@ -47,7 +51,9 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
   }
   if (standalone) return cl;
   if (dumpCues) {
-    if (headless || cl.demo) return usage("--dump-cues cannot be combined with --headless or --demo");
+    if (headless || cl.demo || !cl.player.empty()) {
+      return usage("--dump-cues cannot be combined with --headless, --demo or --player");
+    }
     if (files.size() > 1) return usage("unexpected argument '" + files[1] + "'");
     cl.mode = CommandLine::Mode::dumpCues;
     cl.file = files[0];
@@ -63,7 +69,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
 }
 
 std::string helpText() {
-  return "Usage: lumerix --headless [FILE]\n"
+  return "Usage: lumerix --headless [--player NAME] [FILE]\n"
          "       lumerix --demo\n"
          "       lumerix --dump-cues FILE\n"
          "       lumerix --help | --version\n"
@@ -75,9 +81,15 @@ std::string helpText() {
          "  --headless [FILE]  follow the media player and print, one JSON object a\n"
          "                     line, every change of the shown text\n"
          "                     ({\"t\", \"text\", \"brand\"}) and of the status line\n"
-         "                     ({\"t\", \"status\"}); t is seconds since start. FILE is\n"
+         "                     ({\"t\", \"status\"}) and of the player's full-screen\n"
+         "                     state ({\"t\", \"fullscreen\"}: the now-playing stream\n"
+         "                     leads then); t is seconds since start. FILE is\n"
          "                     the subtitle to load. Stops on Ctrl-C, saving the timing\n"
          "                     next to FILE as FILE.sync.json.\n"
+         "  --player NAME      follow the MPRIS player org.mpris.MediaPlayer2.NAME\n"
+         "                     (and its NAME.* instances), e.g. mpv or vlc. Without\n"
+         "                     it: the \"TargetPlayer\" setting, else whichever\n"
+         "                     player is playing\n"
          "  --demo             the same, against a built-in player that plays from 0 s\n"
          "                     (\"Demo S01E01\") with a bundled sample subtitle; your\n"
          "                     settings are not touched\n"

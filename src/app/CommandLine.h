@@ -11,9 +11,10 @@ namespace lumerix {
 struct CommandLine {
   enum class Mode { help, version, dumpCues, headless, usageError };
   Mode mode = Mode::help;
-  std::string file;   // dumpCues: the subtitle file; headless: the start-up subtitle, if any
-  bool demo = false;  // headless: the built-in player and the bundled sample
-  std::string error;  // usageError: one line for stderr
+  std::string file;    // dumpCues: the subtitle file; headless: the start-up subtitle, if any
+  bool demo = false;   // headless: the built-in player and the bundled sample
+  std::string player;  // headless: the MPRIS player to follow; empty: the setting, else any
+  std::string error;   // usageError: one line for stderr
 };
 
 // args excludes the program name.

@@ -17,8 +17,9 @@ int main(int argc, char** argv) {
     case CommandLine::Mode::dumpCues:
       return lumerix::runDumpCues(cl.file, std::cout, std::cerr);
     case CommandLine::Mode::headless:
-      return lumerix::runHeadless({cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo},
-                                  std::cout, std::cerr);
+      return lumerix::runHeadless(
+          {cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo, cl.player}, std::cout,
+          std::cerr);
     case CommandLine::Mode::usageError:
       std::cerr << cl.error << '\n';
       return 2;

@@ -126,8 +126,10 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
     settings = std::make_unique<MemorySettingsStore>();
   }
 
-  LinuxSystem system;
+  const std::string player = options.player.empty() ? settings->stringFor("TargetPlayer").value_or("") : options.player;
+  LinuxSystem system(player);
   std::unique_ptr<SyncSource> source;
+  FusedSync* fused = nullptr;  // to report which source leads
   std::optional<DemoFolder> demo;
   std::optional<std::string> subtitle;
   if (options.demo) {
@@ -135,13 +137,17 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
     demo.emplace();
     subtitle = demo->subtitle();
   } else {
-    const SyncCommands commands = linuxSyncCommands(system.helperPath(), "");
-    source = std::make_unique<FusedSync>(
+    const SyncCommands commands = linuxSyncCommands(LinuxSystem::helperPath(), player);
+    auto fusion = std::make_unique<FusedSync>(
         system, std::make_unique<TVSync>(system, TVSync::Options{commands.poll, commands.consent}),
-        std::make_unique<MediaRemoteSync>(system, commands.stream, commands.streamTarget));
+        std::make_unique<MediaRemoteSync>(system, commands.stream, commands.streamTarget, 2.0,
+                                          commands.streamTargetMatch));
+    fused = fusion.get();
+    source = std::move(fusion);
     if (options.subtitle) subtitle = startupSubtitlePath({"lumerix", *options.subtitle});
   }
 
+  const double started = clock.uptime();
   ConsoleHost host(clock, out);
   ConsoleDialogs dialogs(clock, out, quit);
   Controller controller({clock, *settings, host, dialogs}, std::move(source), subtitle);
@@ -149,8 +155,14 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   using namespace std::chrono;
   const auto period = milliseconds(50);
   auto next = steady_clock::now();
+  bool fullscreen = false;
   while (!quit) {
     controller.tick();
+    if (fused && fused->fullscreen() != fullscreen) {
+      // Full screen hands the lead from the poller to the stream.
+      fullscreen = fused->fullscreen();
+      printLine(out, clock.uptime() - started, "fullscreen", fullscreen);
+    }
     next += period;
     const auto now = steady_clock::now();
     if (next < now) next = now;  // late ticks are dropped, not bunched

@@ -85,6 +85,7 @@ class DemoSync : public SyncSource {
 struct HeadlessOptions {
   std::optional<std::string> subtitle;
   bool demo = false;
+  std::string player;  // MPRIS name; empty: the "TargetPlayer" setting, else any player
 };
 
 // Runs the controller at 20 ticks a second until SIGINT or SIGTERM (or a

@@ -1,18 +1,149 @@
 #include "linux/LinuxSystem.h"
 
+#include <gio/gio.h>
 #include <unistd.h>
+#include <xcb/randr.h>
+#include <xcb/xcb.h>
 
 #include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
+#include "linux/Mpris.h"
 #include "util/Path.h"
 
 namespace lumerix {
 
-std::string LinuxSystem::helperPath() const {
+namespace {
+
+template <class T>
+struct FreeDeleter {
+  void operator()(T* p) const { std::free(p); }
+};
+template <class T>
+using Reply = std::unique_ptr<T, FreeDeleter<T>>;
+
+xcb_atom_t atom(xcb_connection_t* c, const char* name) {
+  Reply<xcb_intern_atom_reply_t> r(
+      xcb_intern_atom_reply(c, xcb_intern_atom(c, 1, static_cast<uint16_t>(std::strlen(name)), name), nullptr));
+  return r ? r->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
+}
+
+}  // namespace
+
+LinuxSystem::LinuxSystem(std::string player) : player(std::move(player)) {}
+
+LinuxSystem::~LinuxSystem() {
+  if (busConnection) g_object_unref(busConnection);
+  if (x) xcb_disconnect(x);
+}
+
+_GDBusConnection* LinuxSystem::bus() {
+  if (!busTried) {
+    busTried = true;
+    busConnection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+  }
+  return busConnection;
+}
+
+xcb_connection_t* LinuxSystem::display() {
+  if (!displayTried) {
+    displayTried = true;
+    if (std::getenv("DISPLAY")) {
+      x = xcb_connect(nullptr, nullptr);
+      if (xcb_connection_has_error(x)) {
+        xcb_disconnect(x);
+        x = nullptr;
+      }
+    }
+  }
+  return x;
+}
+
+std::vector<int> LinuxSystem::targetProcessIds() {
+  std::vector<int> pids;
+  GDBusConnection* c = bus();
+  if (!c) return pids;
+  GVariant* names = g_dbus_connection_call_sync(c, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                "org.freedesktop.DBus", "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
+                                                G_DBUS_CALL_FLAGS_NONE, 500, nullptr, nullptr);
+  if (!names) return pids;
+  GVariantIter* iter = nullptr;
+  const gchar* name = nullptr;
+  g_variant_get(names, "(as)", &iter);
+  while (g_variant_iter_loop(iter, "&s", &name)) {
+    if (!mpris::matches(name, player)) continue;
+    GVariant* pid = g_dbus_connection_call_sync(
+        c, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetConnectionUnixProcessID",
+        g_variant_new("(s)", name), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, 500, nullptr, nullptr);
+    if (!pid) continue;
+    guint32 value = 0;
+    g_variant_get(pid, "(u)", &value);
+    pids.push_back(static_cast<int>(value));
+    g_variant_unref(pid);
+  }
+  g_variant_iter_free(iter);
+  g_variant_unref(names);
+  return pids;
+}
+
+std::optional<std::vector<WindowInfo>> LinuxSystem::onScreenWindows() {
+  std::vector<WindowInfo> windows;
+  xcb_connection_t* c = display();
+  if (!c) return windows;  // no display: nothing is full screen
+  const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+  const xcb_atom_t clientList = atom(c, "_NET_CLIENT_LIST");
+  const xcb_atom_t wmPid = atom(c, "_NET_WM_PID");
+  Reply<xcb_get_property_reply_t> list(
+      xcb_get_property_reply(c, xcb_get_property(c, 0, root, clientList, XCB_ATOM_WINDOW, 0, 4096), nullptr));
+  if (!list) return std::nullopt;
+  const auto* ids = static_cast<const xcb_window_t*>(xcb_get_property_value(list.get()));
+  const int count = xcb_get_property_value_length(list.get()) / static_cast<int>(sizeof(xcb_window_t));
+  for (int i = 0; i < count; ++i) {
+    // A window may vanish between the list and these questions: its
+    // replies are then simply missing.
+    const xcb_window_t w = ids[i];
+    const auto pidCookie = xcb_get_property(c, 0, w, wmPid, XCB_ATOM_CARDINAL, 0, 1);
+    const auto attrCookie = xcb_get_window_attributes(c, w);
+    const auto geoCookie = xcb_get_geometry(c, w);
+    Reply<xcb_get_property_reply_t> pid(xcb_get_property_reply(c, pidCookie, nullptr));
+    Reply<xcb_get_window_attributes_reply_t> attr(xcb_get_window_attributes_reply(c, attrCookie, nullptr));
+    Reply<xcb_get_geometry_reply_t> geo(xcb_get_geometry_reply(c, geoCookie, nullptr));
+    if (!pid || xcb_get_property_value_length(pid.get()) < 4 || !attr || !geo) continue;
+    if (attr->map_state != XCB_MAP_STATE_VIEWABLE) continue;
+    const auto owner = *static_cast<const uint32_t*>(xcb_get_property_value(pid.get()));
+    windows.push_back({static_cast<int>(owner), static_cast<double>(geo->width), static_cast<double>(geo->height)});
+  }
+  return windows;
+}
+
+std::vector<ScreenSize> LinuxSystem::screenSizes() {
+  std::vector<ScreenSize> sizes;
+  xcb_connection_t* c = display();
+  if (!c) return sizes;
+  const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+  Reply<xcb_randr_get_monitors_reply_t> monitors(
+      xcb_randr_get_monitors_reply(c, xcb_randr_get_monitors(c, screen->root, 1), nullptr));
+  if (monitors) {
+    for (auto it = xcb_randr_get_monitors_monitors_iterator(monitors.get()); it.rem; xcb_randr_monitor_info_next(&it)) {
+      sizes.push_back({static_cast<double>(it.data->width), static_cast<double>(it.data->height)});
+    }
+  }
+  if (sizes.empty())
+    sizes.push_back({static_cast<double>(screen->width_in_pixels), static_cast<double>(screen->height_in_pixels)});
+  return sizes;
+}
+
+std::string LinuxSystem::helperPath() {
   char self[PATH_MAX];
   const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
-  if (n <= 0) return "";
-  return path::append(path::parent(std::string(self, static_cast<std::size_t>(n))), "lumerix-mpris");
+  if (n > 0) {
+    const std::string beside =
+        path::append(path::parent(std::string(self, static_cast<std::size_t>(n))), "lumerix-mpris");
+    if (::access(beside.c_str(), X_OK) == 0) return beside;
+  }
+  return LUMERIX_HELPER_INSTALL_PATH;
 }
 
 }  // namespace lumerix

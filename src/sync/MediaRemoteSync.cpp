@@ -7,11 +7,12 @@
 namespace lumerix {
 
 MediaRemoteSync::MediaRemoteSync(const Clock& clock, CommandProvider adapterCommand, std::string targetBundleID,
-                                 double relaunchDelay)
+                                 double relaunchDelay, TargetMatch targetMatch)
     : clock(clock),
       adapterCommand(std::move(adapterCommand)),
       targetBundleID(std::move(targetBundleID)),
-      relaunchDelay(relaunchDelay) {}
+      relaunchDelay(relaunchDelay),
+      targetMatch(targetMatch) {}
 
 MediaRemoteSync::~MediaRemoteSync() {
   cancel();
@@ -121,7 +122,9 @@ void MediaRemoteSync::apply() {
   const auto bundle = merged.find("bundleIdentifier");
   if (bundle == merged.end() || !bundle->is_string()) return;
   const auto& id = bundle->get_ref<const std::string&>();
-  if (!targetBundleID.empty() && id != targetBundleID) {
+  const bool ours = targetBundleID.empty() || id == targetBundleID ||
+                    (targetMatch == TargetMatch::withInstances && id.starts_with(targetBundleID + "."));
+  if (!ours) {
     ok = false;
     idleFlag = true;
     statusText = "Active player is " + id + " — waiting for the TV app";

@@ -33,10 +33,15 @@ class MediaRemoteSync : public SyncSource {
   // when the helper is not installed.
   using CommandProvider = std::function<std::optional<std::vector<std::string>>()>;
 
+  // How the now-playing identity is compared with the target: exactly, or
+  // also accepting "<target>.<anything>" (MPRIS players running several
+  // instances, such as org.mpris.MediaPlayer2.vlc.instance42).
+  enum class TargetMatch { exact, withInstances };
+
   // targetBundleID: the only player whose information counts; empty
   // accepts any player.
   MediaRemoteSync(const Clock& clock, CommandProvider adapterCommand, std::string targetBundleID = "com.apple.TV",
-                  double relaunchDelay = 2.0);
+                  double relaunchDelay = 2.0, TargetMatch targetMatch = TargetMatch::exact);
   ~MediaRemoteSync() override;  // cancels and joins
 
   void start() override;
@@ -61,6 +66,7 @@ class MediaRemoteSync : public SyncSource {
   const CommandProvider adapterCommand;
   const std::string targetBundleID;
   const double relaunchDelay;
+  const TargetMatch targetMatch;
 
   mutable std::mutex lock;  // guards ok through idleFlag
   bool ok = false;

@@ -36,6 +36,7 @@ SyncCommands linuxSyncCommands(const std::string& helperPath, const std::string&
   c.poll = {helperPath, "poll"};
   c.poll.insert(c.poll.end(), choice.begin(), choice.end());
   c.streamTarget = player.empty() ? "" : "org.mpris.MediaPlayer2." + player;
+  c.streamTargetMatch = MediaRemoteSync::TargetMatch::withInstances;
   c.stream = [helperPath, choice]() -> std::optional<std::vector<std::string>> {
     if (helperPath.empty() || ::access(helperPath.c_str(), X_OK) != 0) return std::nullopt;
     std::vector<std::string> argv{helperPath, "stream"};

@@ -15,6 +15,7 @@ struct SyncCommands {
   std::vector<std::string> consent;  // empty: no consent run
   MediaRemoteSync::CommandProvider stream;
   std::string streamTarget;  // the now-playing identity that counts; empty: any
+  MediaRemoteSync::TargetMatch streamTargetMatch = MediaRemoteSync::TargetMatch::exact;
 };
 
 // macOS: osascript for the poller; perl running the adapter script and its

@@ -1,0 +1,108 @@
+#include "linux/Mpris.h"
+
+#include <charconv>
+#include <cmath>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+namespace lumerix::mpris {
+
+bool matches(const std::string& busName, const std::string& name) {
+  if (!busName.starts_with(busPrefix)) return false;
+  if (name.empty()) return true;
+  const std::string wanted = busPrefix + name;
+  return busName == wanted || busName.starts_with(wanted + ".");
+}
+
+std::optional<std::string> choose(const std::vector<Player>& players, const std::string& name,
+                                  const std::optional<std::string>& playedLast) {
+  const Player* paused = nullptr;
+  bool lastStillThere = false;
+  for (const Player& p : players) {
+    if (!matches(p.busName, name)) continue;
+    if (p.playbackStatus == "Playing") return p.busName;
+    if (!paused && p.playbackStatus == "Paused") paused = &p;
+    lastStillThere |= playedLast == p.busName;
+  }
+  if (lastStillThere) return playedLast;
+  if (paused) return paused->busName;
+  return std::nullopt;
+}
+
+namespace {
+
+// Shortest text that reads back to the same double, with a '.' whatever
+// the locale says.
+std::string number(double v) {
+  char buf[64];
+  const auto [end, ec] = std::to_chars(buf, buf + sizeof buf, v);
+  return ec == std::errc() ? std::string(buf, end) : "0";
+}
+
+std::string oneLine(std::string s) {
+  for (char& c : s) {
+    if (c == '\n' || c == '\r') c = ' ';
+  }
+  return s;
+}
+
+}  // namespace
+
+std::string pollAnswer(const std::optional<Player>& player) {
+  if (!player) return "off";
+  // A stopped player has no meaningful position, whatever it reports.
+  const bool hasPosition = player->position && player->playbackStatus != "Stopped";
+  return std::string(player->playbackStatus == "Playing" ? "true" : "false") + "|" +
+         (hasPosition ? number(*player->position) : "missing value") + "|" + oneLine(player->title);
+}
+
+std::string pollError(int code) {
+  return "err|" + std::to_string(code);
+}
+
+std::string isoTimestamp(double wallSeconds) {
+  double whole = std::floor(wallSeconds);
+  int millis = static_cast<int>(std::lround((wallSeconds - whole) * 1000));
+  if (millis == 1000) {
+    whole += 1;
+    millis = 0;
+  }
+  const std::time_t t = static_cast<std::time_t>(whole);
+  std::tm tm{};
+  gmtime_r(&t, &tm);
+  char buf[96];
+  std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
+                tm.tm_hour, tm.tm_min, tm.tm_sec, millis);
+  return buf;
+}
+
+std::string streamLine(const Payload& p, bool diff) {
+  nlohmann::ordered_json payload = nlohmann::ordered_json::object();
+  if (p.bundleIdentifier) payload["bundleIdentifier"] = *p.bundleIdentifier;
+  if (p.title) payload["title"] = *p.title;
+  if (p.playing) payload["playing"] = *p.playing;
+  if (p.playbackRate) payload["playbackRate"] = *p.playbackRate;
+  if (p.elapsedTime) payload["elapsedTime"] = *p.elapsedTime;
+  if (p.elapsedTime && p.sampledAt) payload["timestamp"] = isoTimestamp(*p.sampledAt);
+  nlohmann::ordered_json line;
+  line["type"] = "data";
+  line["diff"] = diff;
+  line["payload"] = std::move(payload);
+  // Titles are the player's bytes; never let one stop the stream.
+  return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+Payload fullPayload(const Player& player, double sampledAt) {
+  Payload p;
+  p.bundleIdentifier = player.busName;
+  p.title = player.title;
+  p.playing = player.playbackStatus == "Playing";
+  p.playbackRate = player.rate;
+  if (player.position && player.playbackStatus != "Stopped") {
+    p.elapsedTime = *player.position;
+    p.sampledAt = sampledAt;
+  }
+  return p;
+}
+
+}  // namespace lumerix::mpris

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+// What lumerix-mpris says about MPRIS players, independent of D-Bus: the
+// answers of its two modes and which player it follows.
+namespace lumerix::mpris {
+
+inline constexpr const char* busPrefix = "org.mpris.MediaPlayer2.";
+
+struct Player {
+  std::string busName;             // org.mpris.MediaPlayer2.mpv, ...instance42
+  std::string playbackStatus;      // "Playing", "Paused", "Stopped" (or anything a player invents)
+  std::optional<double> position;  // seconds; absent when the player has none
+  double rate = 1.0;
+  std::string title;
+};
+
+// org.mpris.MediaPlayer2.NAME and its instances NAME.*; every player when
+// name is empty.
+bool matches(const std::string& busName, const std::string& name);
+
+// The player to follow among those on the bus, in bus order: the first that
+// is playing, else the one that played last if still there, else the first
+// paused one (a one-shot poll has no memory of what played last), else none.
+std::optional<std::string> choose(const std::vector<Player>& players, const std::string& name,
+                                  const std::optional<std::string>& playedLast);
+
+// One line in the poll answer grammar: "true|12.5|Title", "false|missing
+// value|Title", "off" (no player), never with a line break inside.
+std::string pollAnswer(const std::optional<Player>& player);
+std::string pollError(int code);  // "err|N"
+
+// "yyyy-MM-ddTHH:mm:ss.SSSZ" for wall-clock seconds since the epoch.
+std::string isoTimestamp(double wallSeconds);
+
+// One stream line: {"type":"data","diff":...,"payload":{...}}. A full
+// payload has every key; a diff only those given. elapsedTime and
+// timestamp always travel together, as the position's sample.
+struct Payload {
+  std::optional<std::string> bundleIdentifier, title;
+  std::optional<bool> playing;
+  std::optional<double> playbackRate;
+  std::optional<double> elapsedTime;
+  std::optional<double> sampledAt;  // wall seconds; becomes "timestamp"
+};
+std::string streamLine(const Payload& payload, bool diff);
+Payload fullPayload(const Player& player, double sampledAt);
+
+}  // namespace lumerix::mpris

@@ -1,0 +1,283 @@
+// lumerix-mpris: tells Lumerix where an MPRIS media player is, in the same
+// two ways the macOS helpers do.
+//
+//   lumerix-mpris poll [--player NAME]    one answer line, then exit
+//   lumerix-mpris stream [--player NAME]  JSON lines until killed
+//
+// Players do not signal Position, so the stream samples it on every event
+// and every 2 s while playing, stamping each sample with the wall-clock
+// moment it was read.
+
+#include <gio/gio.h>
+#include <glib-unix.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "linux/Mpris.h"
+
+namespace {
+
+using lumerix::mpris::Player;
+
+constexpr int kCallTimeoutMs = 1000;
+constexpr const char* kPath = "/org/mpris/MediaPlayer2";
+constexpr const char* kPlayerInterface = "org.mpris.MediaPlayer2.Player";
+
+double wallNow() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+struct Error {
+  GError* e = nullptr;
+  ~Error() {
+    if (e) g_error_free(e);
+  }
+  GError** out() { return &e; }
+  explicit operator bool() const { return e != nullptr; }
+};
+
+struct Variant {
+  GVariant* v = nullptr;
+  explicit Variant(GVariant* v) : v(v) {}
+  ~Variant() {
+    if (v) g_variant_unref(v);
+  }
+  Variant(const Variant&) = delete;
+  Variant& operator=(const Variant&) = delete;
+};
+
+// MPRIS players on the bus, sorted so that "bus order" is the same every time.
+std::optional<std::vector<std::string>> listPlayers(GDBusConnection* bus, Error& error) {
+  Variant reply(g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                            "org.freedesktop.DBus", "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
+                                            G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, error.out()));
+  if (!reply.v) return std::nullopt;
+  std::vector<std::string> names;
+  GVariantIter* iter = nullptr;
+  const gchar* name = nullptr;
+  g_variant_get(reply.v, "(as)", &iter);
+  while (g_variant_iter_loop(iter, "&s", &name)) {
+    if (g_str_has_prefix(name, lumerix::mpris::busPrefix)) names.emplace_back(name);
+  }
+  g_variant_iter_free(iter);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// The player's state, its position sampled at *sampledAt (wall seconds).
+std::optional<Player> readPlayer(GDBusConnection* bus, const std::string& name, double* sampledAt, Error& error) {
+  const double before = wallNow();
+  Variant reply(g_dbus_connection_call_sync(bus, name.c_str(), kPath, "org.freedesktop.DBus.Properties", "GetAll",
+                                            g_variant_new("(s)", kPlayerInterface), G_VARIANT_TYPE("(a{sv})"),
+                                            G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, error.out()));
+  const double after = wallNow();
+  if (!reply.v) return std::nullopt;
+  if (sampledAt) *sampledAt = (before + after) / 2;
+  Player p;
+  p.busName = name;
+  Variant props(g_variant_get_child_value(reply.v, 0));
+  GVariantIter iter;
+  g_variant_iter_init(&iter, props.v);
+  const gchar* key = nullptr;
+  GVariant* value = nullptr;
+  while (g_variant_iter_loop(&iter, "{&sv}", &key, &value)) {
+    if (!std::strcmp(key, "PlaybackStatus") && g_variant_is_of_type(value, G_VARIANT_TYPE_STRING)) {
+      p.playbackStatus = g_variant_get_string(value, nullptr);
+    } else if (!std::strcmp(key, "Position") && g_variant_is_of_type(value, G_VARIANT_TYPE_INT64)) {
+      p.position = static_cast<double>(g_variant_get_int64(value)) / 1e6;  // microseconds
+    } else if (!std::strcmp(key, "Rate") && g_variant_is_of_type(value, G_VARIANT_TYPE_DOUBLE)) {
+      p.rate = g_variant_get_double(value);
+    } else if (!std::strcmp(key, "Metadata") && g_variant_is_of_type(value, G_VARIANT_TYPE_VARDICT)) {
+      const gchar* title = nullptr;
+      if (g_variant_lookup(value, "xesam:title", "&s", &title)) p.title = title;
+    }
+  }
+  return p;
+}
+
+// Every player that answers; a player that does not is left out. The error
+// is set only when the bus itself failed or no player answered at all.
+std::optional<std::vector<Player>> readPlayers(GDBusConnection* bus, std::vector<double>* sampledAt, Error& error) {
+  auto names = listPlayers(bus, error);
+  if (!names) return std::nullopt;
+  std::vector<Player> players;
+  Error last;
+  for (const auto& name : *names) {
+    double at = 0;
+    Error one;
+    if (auto p = readPlayer(bus, name, &at, one)) {
+      players.push_back(std::move(*p));
+      if (sampledAt) sampledAt->push_back(at);
+    } else if (!last) {
+      std::swap(last.e, one.e);
+    }
+  }
+  if (players.empty() && last) std::swap(error.e, last.e);
+  return players;
+}
+
+int poll(GDBusConnection* bus, const std::string& name) {
+  Error error;
+  auto players = readPlayers(bus, nullptr, error);
+  if (error) {
+    std::printf("%s\n", lumerix::mpris::pollError(error.e->code).c_str());
+    return 0;
+  }
+  const auto chosen = lumerix::mpris::choose(*players, name, std::nullopt);
+  std::optional<Player> player;
+  for (const auto& p : *players) {
+    if (chosen == p.busName) player = p;
+  }
+  std::printf("%s\n", lumerix::mpris::pollAnswer(player).c_str());
+  return 0;
+}
+
+class Stream {
+ public:
+  Stream(GDBusConnection* bus, std::string name, GMainLoop* loop) : bus(bus), name(std::move(name)), loop(loop) {}
+
+  void run() {
+    subscribe("org.freedesktop.DBus", "NameOwnerChanged", nullptr, nullptr);
+    subscribe("org.freedesktop.DBus.Properties", "PropertiesChanged", kPath, kPlayerInterface);
+    subscribe(kPlayerInterface, "Seeked", kPath, nullptr);
+    g_timeout_add_seconds(2, &Stream::onTimer, this);
+    refresh(true);
+    g_main_loop_run(loop);
+  }
+
+ private:
+  void subscribe(const char* interface, const char* member, const char* path, const char* arg0) {
+    g_dbus_connection_signal_subscribe(bus, nullptr, interface, member, path, arg0, G_DBUS_SIGNAL_FLAGS_NONE,
+                                       &Stream::onSignal, this, nullptr);
+  }
+
+  static void onSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar* member, GVariant* args,
+                       gpointer self) {
+    if (!std::strcmp(member, "NameOwnerChanged")) {
+      const gchar* changed = nullptr;
+      g_variant_get_child(args, 0, "&s", &changed);
+      if (!g_str_has_prefix(changed, lumerix::mpris::busPrefix)) return;
+    }
+    static_cast<Stream*>(self)->refresh(false);
+  }
+
+  static gboolean onTimer(gpointer self) {
+    auto* s = static_cast<Stream*>(self);
+    if (s->current && s->current->playbackStatus == "Playing") s->refresh(false);
+    return G_SOURCE_CONTINUE;
+  }
+
+  // Re-reads every player, and tells what changed for the one we follow.
+  void refresh(bool first) {
+    Error error;
+    std::vector<double> stamps;
+    auto players = readPlayers(bus, &stamps, error);
+    if (!players) return;  // the bus hiccuped; the next event or tick tries again
+    for (const auto& p : *players) {
+      if (p.playbackStatus == "Playing" && lumerix::mpris::matches(p.busName, name)) {
+        playedLast = p.busName;
+        break;
+      }
+    }
+    const auto chosen = lumerix::mpris::choose(*players, name, playedLast);
+    const Player* now = nullptr;
+    double sampledAt = 0;
+    for (std::size_t i = 0; i < players->size(); ++i) {
+      if (chosen == (*players)[i].busName) {
+        now = &(*players)[i];
+        sampledAt = stamps[i];
+      }
+    }
+    if (!now) {
+      if (first || current) emit(lumerix::mpris::Payload{}, false);  // nothing to follow
+      current.reset();
+      return;
+    }
+    if (first || !current || current->busName != now->busName) {
+      emit(lumerix::mpris::fullPayload(*now, sampledAt), false);
+    } else {
+      lumerix::mpris::Payload diff;
+      if (now->title != current->title) diff.title = now->title;
+      if (now->playbackStatus != current->playbackStatus) diff.playing = now->playbackStatus == "Playing";
+      if (now->rate != current->rate) diff.playbackRate = now->rate;
+      if (now->position && now->playbackStatus != "Stopped") {
+        diff.elapsedTime = now->position;
+        diff.sampledAt = sampledAt;
+      }
+      emit(diff, true);
+    }
+    current = *now;
+  }
+
+  void emit(const lumerix::mpris::Payload& payload, bool diff) {
+    const std::string line = lumerix::mpris::streamLine(payload, diff) + "\n";
+    // A reader that went away ends the stream.
+    if (std::fputs(line.c_str(), stdout) < 0 || std::fflush(stdout) != 0) g_main_loop_quit(loop);
+  }
+
+  GDBusConnection* bus;
+  const std::string name;
+  GMainLoop* loop;
+  std::optional<Player> current;
+  std::optional<std::string> playedLast;
+};
+
+gboolean onStop(gpointer loop) {
+  g_main_loop_quit(static_cast<GMainLoop*>(loop));
+  return G_SOURCE_REMOVE;
+}
+
+int usage() {
+  std::fprintf(stderr, "usage: lumerix-mpris poll|stream [--player NAME]\n");
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return usage();
+  const std::string mode = argv[1];
+  std::string name;
+  for (int i = 2; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--player" && i + 1 < argc) {
+      name = argv[++i];
+    } else if (a.starts_with("--player=")) {
+      name = a.substr(9);
+    } else {
+      return usage();
+    }
+  }
+  if (mode != "poll" && mode != "stream") return usage();
+  ::signal(SIGPIPE, SIG_IGN);
+
+  Error error;
+  GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, error.out());
+  if (!bus) {
+    if (mode == "poll") {
+      std::printf("%s\n", lumerix::mpris::pollError(error.e->code).c_str());
+      return 0;
+    }
+    std::fprintf(stderr, "lumerix-mpris: no D-Bus session bus: %s\n", error.e->message);
+    return 1;
+  }
+  int status = 0;
+  if (mode == "poll") {
+    status = poll(bus, name);
+  } else {
+    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+    g_unix_signal_add(SIGTERM, onStop, loop);
+    g_unix_signal_add(SIGINT, onStop, loop);
+    Stream(bus, name, loop).run();
+    g_main_loop_unref(loop);
+  }
+  g_object_unref(bus);
+  return status;
+}

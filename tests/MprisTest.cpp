@@ -1,0 +1,75 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "FakeSystem.h"
+#include "linux/Mpris.h"
+#include "sync/MediaRemoteSync.h"
+#include "sync/TVSync.h"
+
+namespace lumerix {
+namespace {
+
+using mpris::Player;
+
+Player player(std::string name, std::string status, std::optional<double> position = 12.5, std::string title = "Ep") {
+  return {"org.mpris.MediaPlayer2." + std::move(name), std::move(status), position, 1.0, std::move(title)};
+}
+
+TEST(MprisHelper, PlayerChoice) {
+  const std::vector<Player> bus{player("chromium.instance7", "Paused"), player("mpv", "Stopped"),
+                                player("vlc.instance42", "Playing"), player("vlcx", "Playing")};
+  EXPECT_EQ(mpris::choose(bus, "", std::nullopt), "org.mpris.MediaPlayer2.vlc.instance42");     // first playing
+  EXPECT_EQ(mpris::choose(bus, "vlc", std::nullopt), "org.mpris.MediaPlayer2.vlc.instance42");  // NAME.* instance
+  EXPECT_EQ(mpris::choose(bus, "chromium", std::nullopt), "org.mpris.MediaPlayer2.chromium.instance7");  // paused
+  EXPECT_EQ(mpris::choose(bus, "mpv", "org.mpris.MediaPlayer2.mpv"), "org.mpris.MediaPlayer2.mpv");      // played last
+  EXPECT_EQ(mpris::choose(bus, "mpv", std::nullopt), std::nullopt);  // stopped and never seen playing
+  EXPECT_EQ(mpris::choose(bus, "totem", std::nullopt), std::nullopt);
+  const std::vector<Player> idle{player("a", "Stopped"), player("b", "Paused")};
+  EXPECT_EQ(mpris::choose(idle, "", "org.mpris.MediaPlayer2.a"), "org.mpris.MediaPlayer2.a");
+  EXPECT_EQ(mpris::choose(idle, "", "org.mpris.MediaPlayer2.gone"), "org.mpris.MediaPlayer2.b");
+}
+
+// The answers must read the way the poller and the stream expect them.
+TEST(MprisHelper, AnswersReadBackThroughTheSources) {
+  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Playing", 12.5, "Show | Part 1")), "true|12.5|Show | Part 1");
+  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Paused", 0.04, "Two\nlines")), "false|0.04|Two lines");
+  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Stopped", 3.0)), "false|missing value|Ep");
+  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Playing", std::nullopt)), "true|missing value|Ep");
+  EXPECT_EQ(mpris::pollAnswer(std::nullopt), "off");
+  EXPECT_EQ(mpris::pollError(2), "err|2");
+
+  test::FakeSystem system;
+  TVSync tv(system, {});
+  tv.applyPoll(mpris::pollAnswer(player("mpv", "Playing", 1234.56789, "Show | Part 1")), "", system.now, system.now);
+  EXPECT_DOUBLE_EQ(*tv.snapshot().position, 1234.56789);
+  EXPECT_EQ(tv.snapshot().track, "Show | Part 1");
+
+  EXPECT_EQ(mpris::isoTimestamp(1.7e9 + 0.25), "2023-11-14T22:13:20.250Z");
+  EXPECT_EQ(mpris::isoTimestamp(1.7e9 + 0.9996), "2023-11-14T22:13:21.000Z");
+  MediaRemoteSync mr(
+      system, [] { return std::nullopt; }, "org.mpris.MediaPlayer2.vlc", 2.0,
+      MediaRemoteSync::TargetMatch::withInstances);
+  system.wall = 1.7e9 + 2.0;  // two seconds after the sample
+  mr.consume(mpris::streamLine(mpris::fullPayload(player("vlc.instance42", "Playing", 40.0, "Ep 2"), 1.7e9), false) +
+             "\n");
+  EXPECT_DOUBLE_EQ(*mr.snapshot().position, 42.0);
+  EXPECT_EQ(mr.snapshot().track, "Ep 2");
+  mpris::Payload pause;
+  pause.playing = false;
+  pause.elapsedTime = 45.0;
+  pause.sampledAt = 1.7e9 + 2.0;
+  const std::string diff = mpris::streamLine(pause, true);
+  EXPECT_EQ(nlohmann::json::parse(diff)["payload"].size(), 3u);  // playing, elapsedTime, timestamp
+  mr.consume(diff + "\n");
+  EXPECT_DOUBLE_EQ(*mr.snapshot().position, 45.0);
+  EXPECT_FALSE(mr.snapshot().playing);
+  mr.consume(mpris::streamLine({}, false) + "\n");  // no player left
+  EXPECT_EQ(mr.snapshot().status, "Nothing is playing");
+  // Another player than the chosen one is not followed.
+  mr.consume(mpris::streamLine(mpris::fullPayload(player("vlcx", "Playing"), 1.7e9), false) + "\n");
+  EXPECT_EQ(mr.snapshot().status, "Active player is org.mpris.MediaPlayer2.vlcx — waiting for the TV app");
+}
+
+}  // namespace
+}  // namespace lumerix

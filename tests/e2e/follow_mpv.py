@@ -1,0 +1,232 @@
+#!/usr/bin/env python3
+"""Lumerix following a real mpv over MPRIS, checked against mpv's own clock.
+
+Runs inside a D-Bus session and an X server (see run-mpv.sh). mpv plays a
+clip whose subtitle has one cue a second, numbered by its start second, so
+the cue Lumerix shows must be floor(mpv's time-pos). The script plays,
+pauses, seeks both ways, toggles full screen and finally quits mpv, and
+fails when the shown cue is wrong outside a short settling time after each
+event. It prints the error of cue changes against the true boundaries and
+the settling time after each seek.
+"""
+import argparse, json, os, signal, socket, statistics, subprocess, sys, threading, time
+
+SETTLE = 1.5        # s after an event in which a wrong cue is forgiven
+NEAR_BOUNDARY = 0.15  # s around a cue boundary where either cue is fine
+CLIP_SECONDS = 120
+
+# (seconds after Lumerix starts, what to do)
+SCRIPT = [
+    (8.0, "pause"), (10.0, "resume"),
+    (13.0, "seek -5"), (18.0, "seek +20"),
+    (23.0, "fullscreen on"), (28.0, "seek -4"), (33.0, "fullscreen off"),
+    (38.0, "quit"),
+]
+
+
+class Mpv:
+    def __init__(self, path):
+        self.sock = socket.socket(socket.AF_UNIX)
+        self.sock.connect(path)
+        self.buf = b""
+        self.lock = threading.Lock()
+        self.next_id = 0
+
+    def call(self, *command):
+        with self.lock:
+            self.next_id += 1
+            rid = self.next_id
+            self.sock.sendall(json.dumps({"command": list(command), "request_id": rid}).encode() + b"\n")
+            while True:
+                while b"\n" not in self.buf:
+                    chunk = self.sock.recv(65536)
+                    if not chunk:
+                        raise ConnectionError("mpv closed its socket")
+                    self.buf += chunk
+                line, self.buf = self.buf.split(b"\n", 1)
+                msg = json.loads(line)
+                if msg.get("request_id") == rid:
+                    return msg.get("data")
+
+
+def wait_for(cond, timeout, what):
+    end = time.monotonic() + timeout
+    while time.monotonic() < end:
+        if cond():
+            return
+        time.sleep(0.05)
+    sys.exit(f"e2e: timed out waiting for {what}")
+
+
+def pct(values, p):
+    values = sorted(values)
+    return values[min(len(values) - 1, int(round(p * (len(values) - 1))))]
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--lumerix", required=True)
+    ap.add_argument("--work", required=True)
+    args = ap.parse_args()
+    clip, srt, sock = (os.path.join(args.work, n) for n in ("clip.mp4", "clip.srt", "mpv.sock"))
+
+    with open(srt, "w") as f:
+        for s in range(CLIP_SECONDS):
+            f.write(f"{s + 1}\n00:{s // 60:02d}:{s % 60:02d},000 --> 00:{(s + 1) // 60:02d}:{(s + 1) % 60:02d},000\n{s}\n\n")
+
+    openbox = subprocess.Popen(["openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    mpv = subprocess.Popen(["mpv", "--no-config", "--script=/usr/lib/mpv-mpris/mpris.so", "--ao=null", "--vo=x11",
+                            "--no-terminal", "--geometry=640x360+100+100", f"--input-ipc-server={sock}",
+                            "--keep-open=yes", clip])
+    subprocess.run(["gdbus", "wait", "--session", "--timeout", "15", "org.mpris.MediaPlayer2.mpv"], check=True)
+    wait_for(lambda: os.path.exists(sock), 10, "mpv's IPC socket")
+    ipc = Mpv(sock)
+    wait_for(lambda: (ipc.call("get_property", "time-pos") or 0) > 0.2, 10, "mpv to start playing")
+
+    env = dict(os.environ, XDG_CONFIG_HOME=os.path.join(args.work, "config"))
+    lum = subprocess.Popen([args.lumerix, "--headless", "--player", "mpv", srt], stdout=subprocess.PIPE, env=env)
+    t0 = time.monotonic()
+    shown = []      # (time, cue number or None) as Lumerix printed them
+    statuses = []   # (time, status)
+    fullscreen = []  # (time, bool)
+
+    def read_lumerix():
+        for raw in lum.stdout:
+            now = time.monotonic() - t0
+            msg = json.loads(raw)
+            if "text" in msg:
+                text = msg["text"]
+                shown.append((now, int(text) if text.isdigit() and not msg["brand"] else None))
+            elif "status" in msg:
+                statuses.append((now, msg["status"]))
+            elif "fullscreen" in msg:
+                fullscreen.append((now, msg["fullscreen"]))
+    reader = threading.Thread(target=read_lumerix, daemon=True)
+    reader.start()
+
+    samples = []  # (time, mpv time-pos, paused)
+    events = []   # (time, what)
+    alive = True
+
+    def sample():
+        while alive:
+            try:
+                before = time.monotonic()
+                pos = ipc.call("get_property", "time-pos")
+                paused = ipc.call("get_property", "pause")
+                after = time.monotonic()
+            except (ConnectionError, OSError):
+                return
+            if pos is not None:
+                samples.append(((before + after) / 2 - t0, pos, paused))
+            time.sleep(0.02)
+    sampler = threading.Thread(target=sample, daemon=True)
+    sampler.start()
+
+    for at, what in SCRIPT:
+        time.sleep(max(0, t0 + at - time.monotonic()))
+        events.append((time.monotonic() - t0, what))
+        if what == "pause":
+            ipc.call("set_property", "pause", True)
+        elif what == "resume":
+            ipc.call("set_property", "pause", False)
+        elif what.startswith("seek"):
+            ipc.call("seek", float(what.split()[1]), "relative+exact")
+        elif what.startswith("fullscreen"):
+            ipc.call("set_property", "fullscreen", what.endswith("on"))
+        elif what == "quit":
+            alive = False
+            ipc.call("quit")
+    mpv.wait(timeout=10)
+    quit_at = events[-1][0]
+    time.sleep(5)
+    still_running = lum.poll() is None
+    lum.send_signal(signal.SIGTERM)
+    code = lum.wait(timeout=10)
+    reader.join(timeout=5)
+    openbox.terminate()
+
+    failures = []
+    if not still_running:
+        failures.append("Lumerix exited by itself after mpv quit")
+    if code != 0:
+        failures.append(f"Lumerix exit status {code} after SIGTERM")
+    if not any(t > quit_at and s.startswith("◌ ") for t, s in statuses):
+        failures.append("no idle status after mpv quit: " + repr([s for t, s in statuses if t > quit_at][-3:]))
+    fs_on = next((t for t, on in fullscreen if on), None)
+    if fs_on is None:
+        failures.append("full screen was never detected")
+
+    def shown_at(t):
+        cue = None
+        for when, c in shown:
+            if when > t:
+                break
+            cue = c
+        return cue
+
+    def settling(t):
+        return any(0 <= t - e < SETTLE for e, _ in events)
+
+    wrong = []
+    for t, pos, paused in samples:
+        if t < 2 or t > quit_at or settling(t):
+            continue
+        expected = int(pos)
+        near = abs(pos - round(pos)) < NEAR_BOUNDARY
+        got = shown_at(t)
+        if got != expected and not (near and got in (expected - 1, expected + 1)):
+            wrong.append((round(t, 2), round(pos, 3), got))
+    if wrong:
+        failures.append(f"{len(wrong)} samples showed the wrong cue, first: {wrong[:5]}")
+
+    # Cue changes in steady playback against the moment mpv crossed that second.
+    errors = []
+    for (t, cue), (prev_t, _) in zip(shown[1:], shown):
+        if cue is None or t < 2 or t > quit_at or settling(t) or settling(prev_t):
+            continue
+        before = [s for s in samples if s[0] <= t and not s[2]]
+        if not before:
+            continue
+        st, spos, _ = before[-1]
+        if abs((spos + (t - st)) - cue) > 0.9:
+            continue  # not a boundary crossing (a seek landed here)
+        errors.append(t - (st + (cue - spos)))
+
+    settles = []
+    for at, what in events:
+        if not what.startswith("seek"):
+            continue
+        window = [s for s in samples if s[0] >= at]
+        settled = None
+        for i, (t, pos, _) in enumerate(window):
+            if all(shown_at(u) == int(p) or abs(p - round(p)) < NEAR_BOUNDARY
+                   for u, p, _ in window[i:] if u <= t + 1.0):
+                settled = t - at
+                break
+        settles.append((what, settled))
+
+    print("Lumerix following mpv over MPRIS (Xvfb, openbox, mpv-mpris):")
+    if errors:
+        absolute = [abs(e) for e in errors]
+        print(f"  cue changes: {len(errors)}, error against the true boundary (ms): "
+              f"p50 {pct(absolute, .5) * 1000:.0f}, p95 {pct(absolute, .95) * 1000:.0f}, "
+              f"max {max(absolute) * 1000:.0f}; mean signed {statistics.mean(errors) * 1000:+.0f} (+ = late)")
+    for what, settled in settles:
+        print(f"  {what}: back on the right cue after " + (f"{settled * 1000:.0f} ms" if settled is not None else "never"))
+    print(f"  full screen detected {'%.2f s after the toggle' % (fs_on - events[4][0]) if fs_on else 'never'}; "
+          f"samples checked: {len(samples)}")
+    if len(errors) < 10:
+        failures.append(f"only {len(errors)} cue changes measured")
+    for what, settled in settles:
+        if settled is None or settled > SETTLE:
+            failures.append(f"{what}: not settled within {SETTLE} s")
+    if failures:
+        print("e2e FAILED:\n  " + "\n  ".join(failures))
+        return 1
+    print("e2e passed")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
