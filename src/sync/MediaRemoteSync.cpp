@@ -14,22 +14,12 @@ MediaRemoteSync::MediaRemoteSync(const Clock& clock, CommandProvider adapterComm
       relaunchDelay(relaunchDelay),
       targetMatch(targetMatch) {}
 
-MediaRemoteSync::~MediaRemoteSync() {
-  cancel();
-  if (thread.joinable()) thread.join();
-}
-
 void MediaRemoteSync::start() {
-  if (!thread.joinable()) thread = std::thread([this] { run(); });
+  worker.start([this] { run(); });
 }
 
 void MediaRemoteSync::cancel() {
-  {
-    std::lock_guard<std::mutex> guard(wakeMutex);
-    stopped = true;
-  }
-  wake.notify_all();
-  processes.cancel();
+  worker.stop();
 }
 
 SyncSnapshot MediaRemoteSync::snapshot() {
@@ -57,7 +47,7 @@ void MediaRemoteSync::snapshotInto(SyncSnapshot& s) {
 
 void MediaRemoteSync::run() {
   nameCurrentThread("MediaRemoteSync");
-  while (!stopped) {
+  while (!worker.stopped()) {
     auto command = adapterCommand();
     if (!command) {
       std::lock_guard<std::mutex> guard(lock);
@@ -65,8 +55,8 @@ void MediaRemoteSync::run() {
       statusText = missingText;
       return;  // nothing to retry with
     }
-    auto ran = processes.stream(*command, [this](std::string_view data) { consume(data); });
-    if (stopped) return;
+    auto ran = worker.processes().stream(*command, [this](std::string_view data) { consume(data); });
+    if (worker.stopped()) return;
     if (!ran) {
       std::lock_guard<std::mutex> guard(lock);
       ok = false;
@@ -79,8 +69,7 @@ void MediaRemoteSync::run() {
       ok = false;
       statusText = restartingText;
     }
-    std::unique_lock<std::mutex> sleeper(wakeMutex);
-    wake.wait_for(sleeper, std::chrono::duration<double>(relaunchDelay), [this] { return stopped.load(); });
+    if (!worker.pause(relaunchDelay)) break;
   }
 }
 

@@ -1,19 +1,17 @@
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "platform/Clock.h"
 #include "sync/Subprocess.h"
 #include "sync/SyncSource.h"
+#include "sync/Worker.h"
 
 namespace lumerix {
 
@@ -42,7 +40,7 @@ class MediaRemoteSync : public SyncSource {
   // accepts any player.
   MediaRemoteSync(const Clock& clock, CommandProvider adapterCommand, std::string targetBundleID = "com.apple.TV",
                   double relaunchDelay = 2.0, TargetMatch targetMatch = TargetMatch::exact);
-  ~MediaRemoteSync() override;  // cancels and joins
+  ~MediaRemoteSync() override = default;  // the worker stops and joins first
 
   void start() override;
   void cancel() override;
@@ -82,11 +80,7 @@ class MediaRemoteSync : public SyncSource {
   std::string lineBuffer;
   nlohmann::json merged = nlohmann::json::object();
 
-  std::atomic<bool> stopped{false};
-  ProcessSlot processes;
-  std::thread thread;
-  std::mutex wakeMutex;  // for the pause before a relaunch
-  std::condition_variable wake;
+  Worker worker;  // last: stopped and joined before the fields above go
 };
 
 }  // namespace lumerix

@@ -43,22 +43,12 @@ std::optional<double> parsePosition(std::string_view field) {
 TVSync::TVSync(System& system, Options options)
     : system(system), options(std::move(options)), anchorTS(system.uptime()) {}
 
-TVSync::~TVSync() {
-  cancel();
-  if (thread.joinable()) thread.join();
-}
-
 void TVSync::start() {
-  if (!thread.joinable()) thread = std::thread([this] { main(); });
+  worker.start([this] { main(); });
 }
 
 void TVSync::cancel() {
-  {
-    std::lock_guard<std::mutex> guard(wakeMutex);
-    cancelled = true;
-  }
-  wake.notify_all();
-  processes.cancel();
+  worker.stop();
 }
 
 SyncSnapshot TVSync::snapshot() {
@@ -91,25 +81,21 @@ bool TVSync::permissionIssue() {
 }
 
 std::optional<CommandOutput> TVSync::runOsascript(const std::vector<std::string>& argv, std::optional<double> timeout) {
-  auto output = processes.run(argv, timeout);
+  auto output = worker.processes().run(argv, timeout);
   if (!output) return std::nullopt;
   return CommandOutput{decodedAndTrimmed(output->out), decodedAndTrimmed(output->err)};
 }
 
 void TVSync::main() {
   nameCurrentThread("TVSync", true);
-  std::unique_lock<std::mutex> sleeper(wakeMutex);
-  while (!cancelled) {
-    sleeper.unlock();
+  while (!worker.stopped()) {
     maybeRequestConsent();
     const double t0 = system.uptime();
     auto answer = runOsascript(options.pollCommand, options.pollTimeout);
     const double t1 = system.uptime();
-    if (!processes.cancelled()) {
-      applyPoll(answer ? answer->out : "", answer ? answer->err : "", t0, t1);
-    }
-    sleeper.lock();
-    wake.wait_for(sleeper, std::chrono::duration<double>(options.pollInterval), [this] { return cancelled; });
+    if (worker.stopped()) break;
+    applyPoll(answer ? answer->out : "", answer ? answer->err : "", t0, t1);
+    if (!worker.pause(options.pollInterval)) break;
   }
 }
 
@@ -197,7 +183,7 @@ void TVSync::maybeRequestConsent() {
   // Undecided: a real request makes the system put the question to the
   // user. Its answer does not matter, and no polls run while it waits.
   if (*result != -1743 && *result != -600 && !options.consentCommand.empty()) {
-    processes.run(options.consentCommand, std::nullopt);
+    worker.processes().run(options.consentCommand, std::nullopt);
   }
 }
 

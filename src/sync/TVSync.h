@@ -1,16 +1,15 @@
 #pragma once
 
-#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "platform/System.h"
 #include "sync/Subprocess.h"
 #include "sync/SyncSource.h"
+#include "sync/Worker.h"
 
 namespace lumerix {
 
@@ -60,7 +59,7 @@ class TVSync : public SyncSource {
   };
 
   TVSync(System& system, Options options);
-  ~TVSync() override;  // cancels and joins the thread
+  ~TVSync() override = default;  // the worker stops and joins first
 
   void start() override;
   void cancel() override;
@@ -86,11 +85,6 @@ class TVSync : public SyncSource {
 
   System& system;
   const Options options;
-  ProcessSlot processes;  // the poll or consent run in flight, for cancel()
-  std::thread thread;
-  std::mutex wakeMutex;  // guards cancelled, for the sleep between polls
-  std::condition_variable wake;
-  bool cancelled = false;
 
   mutable std::mutex lock;  // guards every field from here to failedPolls
   bool ok = false;
@@ -109,6 +103,8 @@ class TVSync : public SyncSource {
   // Poll thread only.
   bool consentGranted = false;
   double lastConsentAttempt = 0;
+
+  Worker worker;  // last: stopped and joined before the fields above go
 };
 
 }  // namespace lumerix
