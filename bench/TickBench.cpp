@@ -45,7 +45,7 @@ struct StillClock : Clock {
 struct QuietHost : OverlayHost {
   std::string status;
   std::optional<Size> mainScreenSize() override { return Size{1920, 1080}; }
-  void createPanel(const PanelSpec& s) override { frame = s.frame; }
+  void createPanel(const PanelConfig& s) override { frame = s.frame; }
   Rect panelFrame() override { return frame; }
   void setPanelFrame(const Rect& f) override { frame = f; }
   void setPanelAlpha(double) override {}
@@ -79,7 +79,6 @@ struct StillSource : SyncSource {
   SyncSnapshot snap;
   void start() override {}
   void cancel() override {}
-  SyncSnapshot snapshot() override { return snap; }
   void snapshotInto(SyncSnapshot& into) override { into = snap; }  // as the real sources do
   bool permissionIssue() override { return false; }
 };

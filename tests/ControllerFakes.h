@@ -21,7 +21,7 @@ class ScriptedSource : public SyncSource {
   int starts = 0, cancels = 0;
   void start() override { ++starts; }
   void cancel() override { ++cancels; }
-  SyncSnapshot snapshot() override { return next; }
+  void snapshotInto(SyncSnapshot& into) override { into = next; }
   bool permissionIssue() override { return permission; }
 };
 
@@ -49,9 +49,9 @@ class RecordingHost : public OverlayHost {
   std::vector<TextLayer> layers;
 
   std::optional<Size> mainScreenSize() override { return screen; }
-  void createPanel(const PanelSpec& spec) override {
-    frame = savedFrame.value_or(spec.frame);
-    calls.push_back("panel:" + str(spec.frame));
+  void createPanel(const PanelConfig& config) override {
+    frame = savedFrame.value_or(config.frame);
+    calls.push_back("panel:" + str(config.frame));
   }
   Rect panelFrame() override { return frame; }
   void setPanelFrame(const Rect& f) override {

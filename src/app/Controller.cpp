@@ -282,11 +282,11 @@ void Controller::buildPanel() {
   const std::optional<Size> screen = services.host.mainScreenSize();
   const double sw = screen ? screen->width : 1440;
   const double w = std::round(sw * 0.425);
-  PanelSpec spec;
+  PanelConfig config;
   // The screen frame's origin is deliberately not added.
-  spec.frame = {(sw - w) / 2, screen ? screen->height * 0.1 : 90, w, 125};
-  spec.alpha = s.alpha;
-  services.host.createPanel(spec);
+  config.frame = {(sw - w) / 2, screen ? screen->height * 0.1 : 90, w, 125};
+  config.alpha = s.alpha;
+  services.host.createPanel(config);
   const Rect frame = services.host.panelFrame();  // a saved frame wins
   s.winW = frame.width;
   s.winH = frame.height;

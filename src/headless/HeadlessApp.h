@@ -19,7 +19,7 @@ class ConsoleHost : public OverlayHost {
   ConsoleHost(const Clock& clock, std::ostream& out);
 
   std::optional<Size> mainScreenSize() override { return Size{1920, 1080}; }
-  void createPanel(const PanelSpec& spec) override { frame = spec.frame; }
+  void createPanel(const PanelConfig& config) override { frame = config.frame; }
   Rect panelFrame() override { return frame; }
   void setPanelFrame(const Rect& f) override { frame = f; }
   void setPanelAlpha(double) override {}
@@ -74,7 +74,9 @@ class DemoSync : public SyncSource {
   explicit DemoSync(const Clock& clock) : clock(clock), started(clock.uptime()) {}
   void start() override {}
   void cancel() override {}
-  SyncSnapshot snapshot() override { return {clock.uptime() - started, true, "Demo S01E01", "", false, false}; }
+  void snapshotInto(SyncSnapshot& into) override {
+    into = {clock.uptime() - started, true, "Demo S01E01", "", false, false};
+  }
   bool permissionIssue() override { return false; }
 
  private:

@@ -11,7 +11,7 @@ namespace lumerix {
 
 // Everything the shell needs to build the floating panel; all of it decided
 // by the core.
-struct PanelSpec {
+struct PanelConfig {
   Rect frame;                              // used unless a saved frame exists under autosaveName
   int level = 101;                         // above normal floating windows
   unsigned long collectionBehavior = 273;  // all spaces | stationary | full-screen auxiliary
@@ -43,8 +43,8 @@ class OverlayHost {
   // The main screen's frame size; absent when there is no screen.
   virtual std::optional<Size> mainScreenSize() = 0;
   // Creates the panel and its views and orders it front. A frame saved
-  // under the autosave name wins over spec.frame.
-  virtual void createPanel(const PanelSpec& spec) = 0;
+  // under the autosave name wins over config.frame.
+  virtual void createPanel(const PanelConfig& config) = 0;
   virtual Rect panelFrame() = 0;
   virtual void setPanelFrame(const Rect& frame) = 0;  // redraws at once
   virtual void setPanelAlpha(double alpha) = 0;

@@ -36,12 +36,6 @@ bool FusedSync::detectFullscreen() {
   return isFullscreen(pids, system.onScreenWindows(), system.screenSizes());
 }
 
-SyncSnapshot FusedSync::snapshot() {
-  SyncSnapshot s;
-  snapshotInto(s);
-  return s;
-}
-
 void FusedSync::snapshotInto(SyncSnapshot& into) {
   // The window list is the costly part: ask at most twice a second.
   const double now = system.uptime();

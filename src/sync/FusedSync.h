@@ -25,7 +25,6 @@ class FusedSync : public SyncSource {
 
   void start() override;
   void cancel() override;
-  SyncSnapshot snapshot() override;
   void snapshotInto(SyncSnapshot& into) override;
   bool permissionIssue() override { return tv->permissionIssue(); }
 

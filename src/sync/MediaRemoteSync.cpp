@@ -22,12 +22,6 @@ void MediaRemoteSync::cancel() {
   worker.stop();
 }
 
-SyncSnapshot MediaRemoteSync::snapshot() {
-  SyncSnapshot s;
-  snapshotInto(s);
-  return s;
-}
-
 void MediaRemoteSync::snapshotInto(SyncSnapshot& s) {
   const double now = clock.uptime();
   std::lock_guard<std::mutex> guard(lock);

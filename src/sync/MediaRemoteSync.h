@@ -44,7 +44,6 @@ class MediaRemoteSync : public SyncSource {
 
   void start() override;
   void cancel() override;
-  SyncSnapshot snapshot() override;
   void snapshotInto(SyncSnapshot& into) override;
   bool permissionIssue() override { return false; }
 

@@ -27,10 +27,14 @@ class SyncSource {
   virtual ~SyncSource() = default;
   virtual void start() = 0;   // once
   virtual void cancel() = 0;  // for good; calling it again is harmless
-  virtual SyncSnapshot snapshot() = 0;
-  // The same, written into `into` so that its strings keep their storage:
-  // the 20 Hz tick then allocates nothing.
-  virtual void snapshotInto(SyncSnapshot& into) { into = snapshot(); }
+  // The state now, written into `into` so that its strings keep their
+  // storage: the 20 Hz tick then allocates nothing.
+  virtual void snapshotInto(SyncSnapshot& into) = 0;
+  SyncSnapshot snapshot() {
+    SyncSnapshot s;
+    snapshotInto(s);
+    return s;
+  }
   // True while the system refuses us permission to automate the player.
   virtual bool permissionIssue() = 0;
 };

@@ -51,12 +51,6 @@ void TVSync::cancel() {
   worker.stop();
 }
 
-SyncSnapshot TVSync::snapshot() {
-  SyncSnapshot s;
-  snapshotInto(s);
-  return s;
-}
-
 void TVSync::snapshotInto(SyncSnapshot& s) {
   const double now = system.uptime();
   std::lock_guard<std::mutex> guard(lock);

@@ -63,7 +63,6 @@ class TVSync : public SyncSource {
 
   void start() override;
   void cancel() override;
-  SyncSnapshot snapshot() override;
   void snapshotInto(SyncSnapshot& into) override;
   bool permissionIssue() override;
 
