@@ -499,10 +499,6 @@ TEST(ControllerPanel, HoverAndKeyHints) {
 }
 
 TEST(ControllerMenu, EveryItemReachesItsOperation) {
-  const auto menu = statusMenu();
-  ASSERT_EQ(menu.size(), 15u);
-  EXPECT_EQ(menu[3].submenu.at(0).title, "\u22120.5 s");
-  EXPECT_TRUE(menu[2].separator());
   Rig r;
   r.start();
   for (MenuAction a :

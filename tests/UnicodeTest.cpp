@@ -54,28 +54,5 @@ TEST(Utf8Validation, AgreesWithTheSystemConverter) {
   }
 }
 
-TEST(CharacterClasses, WhiteSpaceSetsDifferAsTheReaderNeeds) {
-  struct Row {
-    char32_t cp;
-    bool pattern, whitespace, orLineEnd;
-  };
-  const Row rows[] = {
-      {' ', true, true, true},    {'\t', true, true, true},       {'\n', true, false, true},
-      {'\r', true, false, true},  {'\f', true, false, true},      {'\v', false, false, true},
-      {0x85, false, false, true}, {0xA0, true, true, true},       {0x1680, true, true, true},
-      {0x2007, true, true, true}, {0x2028, true, false, true},    {0x2029, true, false, true},
-      {0x3000, true, true, true}, {0x200B, false, false, false},  {0xFEFF, false, false, false},
-      {'a', false, false, false}, {0x1F600, false, false, false},
-  };
-  for (const Row& r : rows) {
-    EXPECT_EQ(unicode::isPatternSpace(r.cp), r.pattern) << std::hex << static_cast<std::uint32_t>(r.cp);
-    EXPECT_EQ(unicode::isWhitespace(r.cp), r.whitespace) << std::hex << static_cast<std::uint32_t>(r.cp);
-    EXPECT_EQ(unicode::isWhitespaceOrLineEnd(r.cp), r.orLineEnd) << std::hex << static_cast<std::uint32_t>(r.cp);
-  }
-  EXPECT_EQ(unicode::trim("\u3000 x\u00A0y \u2029", unicode::isWhitespaceOrLineEnd), "x\u00A0y");
-  EXPECT_EQ(unicode::trim("\u2028", unicode::isWhitespace), "\u2028");
-  EXPECT_EQ(unicode::trim(" \t ", unicode::isWhitespace), "");
-}
-
 }  // namespace
 }  // namespace lumerix
