@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <span>
 
 #include "util/Files.h"
 #include "util/TextDecoding.h"
@@ -186,14 +187,17 @@ void forEachBlock(std::string_view text, Fn&& fn) {
   fn(text.substr(blockStart));
 }
 
-std::string cueText(const std::vector<std::string_view>& lines) {
-  std::string joined;
+// The lines after the timing line: joined, trimmed, tags removed.
+std::string cueText(std::span<const std::string_view> lines) {
+  std::string text;
   for (std::size_t k = 0; k < lines.size(); ++k) {
-    if (k) joined += '\n';
-    joined.append(lines[k]);
+    if (k) text += '\n';
+    text.append(lines[k]);
   }
-  std::string_view trimmed = unicode::trim(joined, unicode::isWhitespaceOrLineEnd);
-  std::string text = trimmed.find('<') == std::string_view::npos ? std::string(trimmed) : removeHtmlTags(trimmed);
+  const std::string_view trimmed = unicode::trim(text, unicode::isWhitespaceOrLineEnd);
+  const std::size_t from = static_cast<std::size_t>(trimmed.data() - text.data());
+  text.erase(from + trimmed.size()).erase(0, from);
+  if (text.find('<') != std::string::npos) text = removeHtmlTags(text);
   if (text.find('{') != std::string::npos) text = removeAssTags(text);
   return text;
 }
@@ -201,7 +205,6 @@ std::string cueText(const std::vector<std::string_view>& lines) {
 std::vector<Cue> parseText(std::string_view text) {
   std::vector<Cue> cues;
   std::vector<std::string_view> kept;
-  std::vector<std::string_view> after;
   forEachBlock(text, [&](std::string_view block) {
     kept.clear();
     for (std::size_t b = 0; b <= block.size();) {
@@ -214,8 +217,7 @@ std::vector<Cue> parseText(std::string_view text) {
     for (std::size_t k = 0; k < kept.size(); ++k) {
       auto timing = findTiming(kept[k]);
       if (!timing) continue;
-      after.assign(kept.begin() + static_cast<std::ptrdiff_t>(k) + 1, kept.end());
-      std::string body = cueText(after);
+      std::string body = cueText(std::span(kept).subspan(k + 1));
       if (!body.empty()) cues.push_back(Cue{timing->start, timing->end, std::move(body)});
       return;
     }
