@@ -32,8 +32,8 @@ class VirtualSystem : public System {
   double now = 0;
   double wall = 1.7e9 + 0.37;  // wall seconds are not aligned with anything
   bool fullscreen = false;
-  double uptime() const override { return now; }
-  double wallClock() const override { return wall + now; }
+  double uptime() const noexcept override { return now; }
+  double wallClock() const noexcept override { return wall + now; }
   std::vector<int> targetProcessIds() override { return {1}; }
   std::optional<std::vector<WindowInfo>> onScreenWindows() override {
     return std::vector<WindowInfo>{{1, fullscreen ? 1920.0 : 960.0, fullscreen ? 1080.0 : 540.0}};

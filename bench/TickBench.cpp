@@ -12,7 +12,7 @@
 #include <string>
 
 #include "app/Controller.h"
-#include "app/SettingsFile.h"
+#include "app/MemorySettingsStore.h"
 
 namespace {
 
@@ -38,41 +38,8 @@ using namespace lumerix;
 
 struct StillClock : Clock {
   double now = 5000;
-  double uptime() const override { return now; }
-  double wallClock() const override { return now; }
-};
-
-struct QuietHost : OverlayHost {
-  std::string status;
-  std::optional<Size> mainScreenSize() override { return Size{1920, 1080}; }
-  void createPanel(const PanelConfig& s) override { frame = s.frame; }
-  Rect panelFrame() override { return frame; }
-  void setPanelFrame(const Rect& f) override { frame = f; }
-  void setPanelAlpha(double) override {}
-  bool panelIsKey() override { return false; }
-  void fadeBackdrop(double, double) override {}
-  // Like a real label: a copy only when the text changes.
-  void setStatusText(const std::string& t) override {
-    if (t != status) status = t;
-  }
-  void setStatusFrame(const Rect&) override {}
-  void setTextLayers(const std::vector<TextLayer>&, bool) override {}
-  void setTextFrame(const Rect&) override {}
-  void setBrandPhase(double) override {}
-  Size measureText(const TextLayer&, Size) override { return {300, 40}; }
-  void setBandFrame(const Rect&) override {}
-  void setBandHidden(bool) override {}
-  Rect frame;
-};
-
-struct NoDialogs : Dialogs {
-  void activate() override {}
-  int runAlert(const Alert&) override { return -1; }
-  std::optional<std::string> chooseFile(const std::vector<std::string>&) override { return std::nullopt; }
-  void openURL(const std::string&) override {}
-  void showPreferences() override {}
-  void checkForUpdates() override {}
-  void terminate() override {}
+  double uptime() const noexcept override { return now; }
+  double wallClock() const noexcept override { return now; }
 };
 
 struct StillSource : SyncSource {
@@ -97,12 +64,12 @@ void BM_TickUnchangedCue(benchmark::State& state, const char* track) {
   }
   StillClock clock;
   MemorySettingsStore settings;
-  QuietHost host;
-  NoDialogs dialogs;
+  NullOverlayHost host;
+  NullDialogs dialogs;
   auto source = std::make_unique<StillSource>();
   StillSource* src = source.get();
   src->snap = {15000.25, true, track, "", false, false};  // the middle of the file
-  Controller controller({clock, settings, host, dialogs}, std::move(source), path);
+  Controller controller({clock, settings, host, dialogs, dialogs}, std::move(source), path);
   clock.now += 10;  // past the start hint: every tick rebuilds the status line
   controller.tick();
   const long before = allocations;

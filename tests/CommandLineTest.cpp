@@ -10,6 +10,7 @@
 #include "SyncTestSupport.h"
 #include "TestSupport.h"
 #include "app/CommandLine.h"
+#include "linux/FileSettingsStore.h"
 #include "sync/Subprocess.h"
 #include "util/Files.h"
 
@@ -156,18 +157,31 @@ TEST(CommandLineProgram, DemoShowsTheSampleOnTimeAndStopsCleanly) {
   EXPECT_LT((*first)["t"].get<double>(), 3.5);
 }
 
-TEST(CommandLineProgram, HeadlessSavesTheTimingWhenStopped) {
-  test::TempDir dir;
-  dir.write("ep.srt", "00:00:01,000 --> 00:00:02,000\nHi\n");
-  ::setenv("XDG_CONFIG_HOME", dir.path("config").c_str(), 1);
-  auto run = runFor({"--headless", dir.path("ep.srt")}, std::chrono::milliseconds(300));
+TEST(CommandLineProgram, DemoRunsWithoutAUsableTemporaryFolder) {
+  ::setenv("TMPDIR", "/nonexistent", 1);
+  auto run = runFor({"--demo"}, std::chrono::milliseconds(1500));
+  ::unsetenv("TMPDIR");
   EXPECT_EQ(run.status, 0) << run.err;
-  std::string side, settings;
-  EXPECT_TRUE(readWholeFile(dir.path("ep.srt.sync.json"), side));
-  EXPECT_EQ(nlohmann::json::parse(side), nlohmann::json::parse(R"({"offset":0.0,"scale":1.0})"));
-  ASSERT_TRUE(readWholeFile(dir.path("config/lumerix/settings.json"), settings));
-  EXPECT_EQ(nlohmann::json::parse(settings)["SubtitleFolder"], test::TempDir::parentOf(dir.path("ep.srt")));
-  EXPECT_NE(run.out.find(R"("status":"Loaded ep.srt · 1 cues")"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find(R"("status":"Loaded sample.srt · 6 cues")"), std::string::npos) << run.out;
+}
+
+TEST(CommandLineProgram, HeadlessSavesTheTimingWhenStopped) {
+  // The second folder's name is Latin-1, not UTF-8: it must still be kept.
+  for (const std::string folder : {"plain", "caf\xe9"}) {
+    test::TempDir dir;
+    dir.write(folder + "/ep.srt", "00:00:01,000 --> 00:00:02,000\nHi\n");
+    ::setenv("XDG_CONFIG_HOME", dir.path("config").c_str(), 1);
+    auto run = runFor({"--headless", dir.path(folder + "/ep.srt")}, std::chrono::milliseconds(300));
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::string side;
+    EXPECT_TRUE(readWholeFile(dir.path(folder + "/ep.srt.sync.json"), side));
+    EXPECT_EQ(nlohmann::json::parse(side), nlohmann::json::parse(R"({"offset":0.0,"scale":1.0})"));
+    std::ostringstream warnings;
+    FileSettingsStore settings(dir.path("config/lumerix/settings.json"), warnings);
+    EXPECT_EQ(settings.stringFor("SubtitleFolder"), dir.path(folder));
+    EXPECT_EQ(warnings.str(), "");
+    EXPECT_NE(run.out.find(R"("status":"Loaded ep.srt · 1 cues")"), std::string::npos) << run.out;
+  }
 }
 
 TEST(CommandLineProgram, DumpCuesReportsUnreadableFiles) {

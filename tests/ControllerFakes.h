@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "app/Controller.h"
-#include "app/SettingsFile.h"
+#include "app/MemorySettingsStore.h"
 #include "platform/Dialogs.h"
 #include "platform/OverlayHost.h"
 #include "sync/SyncSource.h"
@@ -62,7 +62,6 @@ class RecordingHost : public OverlayHost {
   bool panelIsKey() override { return key; }
   void fadeBackdrop(double alpha, double) override { calls.push_back(alpha > 0 ? "backdrop:in" : "backdrop:out"); }
   void setStatusText(const std::string& text) override {
-    if (text == status) return;  // a real label does not redraw for the same text either
     status = text;
     calls.push_back("status:" + text);
   }
@@ -92,11 +91,13 @@ class RecordingHost : public OverlayHost {
   std::vector<std::string> take() { return std::exchange(calls, {}); }
 };
 
-class RecordingDialogs : public Dialogs {
+// Dialogs and application requests in one log, so their order shows.
+class RecordingDialogs : public Dialogs, public AppServices {
  public:
   std::vector<std::string> calls;
   std::deque<int> answers;  // buttons the user picks, in order; -1 when none left
   std::optional<std::string> chosenFile;
+  std::optional<std::string> chosenFolder;
 
   void activate() override { calls.push_back("activate"); }
   int runAlert(const Alert& alert) override {
@@ -109,6 +110,10 @@ class RecordingDialogs : public Dialogs {
   std::optional<std::string> chooseFile(const std::vector<std::string>& ext) override {
     calls.push_back("choose:" + ext.at(0) + "," + ext.at(1));
     return chosenFile;
+  }
+  std::optional<std::string> chooseFolder() override {
+    calls.push_back("chooseFolder");
+    return chosenFolder;
   }
   void openURL(const std::string& url) override { calls.push_back("open:" + url); }
   void showPreferences() override { calls.push_back("prefs"); }

@@ -8,6 +8,7 @@
 #include "FakeSystem.h"
 #include "SyncTestSupport.h"
 #include "app/Controller.h"
+#include "overlay/TextLayers.h"
 #include "util/Files.h"
 
 namespace lumerix {
@@ -33,7 +34,8 @@ struct Rig {
   test::TempDir dir;
 
   Controller& start(std::optional<std::string> path = std::nullopt) {
-    c = std::make_unique<Controller>(ControllerServices{clock, settings, host, dialogs}, std::move(owned), path);
+    c = std::make_unique<Controller>(ControllerServices{clock, settings, host, dialogs, dialogs}, std::move(owned),
+                                     path);
     return *c;
   }
   std::string file(const std::string& name, const std::string& text) {
@@ -480,6 +482,55 @@ TEST(ControllerRender, CacheAndGeometry) {
   }
   EXPECT_EQ(attributedLayers("x", false, 28, 0, 0).size(), 1u);  // no stroke: fill only
   EXPECT_EQ(attributedLayers("x", false, 28, 7, 1).size(), 1u);  // band: never an outline
+}
+
+TEST(ControllerPreferences, ControlsWriteAtOnceAndTheWindowShowsTheLiveValues) {
+  Rig r;
+  r.start();
+  prefs::Values v = r.c->preferenceValues();
+  EXPECT_EQ(v.fontSize, 28);
+  EXPECT_EQ(v.strokeWidth, 7);
+  EXPECT_EQ(v.alpha, 0.92);
+  EXPECT_EQ(v.bgMode, 0);
+  EXPECT_EQ(v.folder, "not set — open a subtitle once");
+
+  r.c->render("Hi", false);
+  r.c->setFontSize(33.7);  // every intermediate slider value is kept
+  EXPECT_EQ(r.settings.doubleFor("FontSize"), 33.7);
+  EXPECT_FALSE(r.s().curText);
+  r.c->render("Hi", false);
+  r.c->setStrokeWidth(0);
+  EXPECT_EQ(r.settings.doubleFor("StrokeWidth"), 0);
+  EXPECT_FALSE(r.s().curText);
+  r.c->render("Hi", false);
+  r.host.take();
+  r.c->setAlpha(0.55);  // the panel at once; the text keeps its layout
+  EXPECT_THAT(r.host.take(), ElementsAre("alpha:0.55"));
+  EXPECT_EQ(r.settings.doubleFor("PanelAlpha"), 0.55);
+  EXPECT_TRUE(r.s().curText);
+  r.c->setBgMode(1);
+  EXPECT_EQ(r.settings.integerFor("BGMode"), 1);
+  EXPECT_FALSE(r.s().curText);
+  r.c->handleKey(0, false, "+");  // keys and the window share the fields
+  v = r.c->preferenceValues();
+  EXPECT_EQ(v.fontSize, 35.7);
+  EXPECT_EQ(v.bgMode, 1);
+
+  r.c->loadSubtitle(r.file("Show.srt", kThreeCues));
+  EXPECT_EQ(r.c->preferenceValues().folder, test::TempDir::parentOf(r.dir.path("Show.srt")));
+  EXPECT_FALSE(r.c->chooseSubtitleFolder());  // cancelled: nothing changes
+  EXPECT_EQ(r.c->preferenceValues().folder, test::TempDir::parentOf(r.dir.path("Show.srt")));
+  r.dialogs.chosenFolder = "/media/shows/Dark";
+  EXPECT_TRUE(r.c->chooseSubtitleFolder());
+  EXPECT_EQ(r.c->preferenceValues().folder, "/media/shows/Dark");
+  EXPECT_EQ(r.host.status, "Subtitle folder set: Dark");
+  EXPECT_THAT(r.dialogs.calls, ElementsAre("chooseFolder", "chooseFolder"));
+
+  // The value labels read the sliders: truncated, one decimal, a percentage.
+  EXPECT_EQ(prefs::fontValueLabel(28.9), "28");
+  EXPECT_EQ(prefs::strokeValueLabel(7), "7.0");
+  EXPECT_EQ(prefs::alphaValueLabel(0.92), "92%");
+  EXPECT_EQ(prefs::alphaValueLabel(0.29), "28%");  // 28.999...: one less, as intended
 }
 
 TEST(ControllerPanel, HoverAndKeyHints) {

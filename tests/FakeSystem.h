@@ -30,8 +30,8 @@ class FakeSystem : public System {
     wall = wall + seconds;
   }
 
-  double uptime() const override { return realTime ? real.uptime() : now.load(); }
-  double wallClock() const override { return realTime ? real.wallClock() : wall.load(); }
+  double uptime() const noexcept override { return realTime ? real.uptime() : now.load(); }
+  double wallClock() const noexcept override { return realTime ? real.wallClock() : wall.load(); }
   std::vector<int> targetProcessIds() override { return pids; }
   std::optional<std::vector<WindowInfo>> onScreenWindows() override {
     ++windowQueries;

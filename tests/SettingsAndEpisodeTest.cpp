@@ -5,7 +5,7 @@
 
 #include "SyncTestSupport.h"
 #include "app/EpisodeMatch.h"
-#include "app/SettingsFile.h"
+#include "linux/FileSettingsStore.h"
 #include "util/Files.h"
 
 namespace lumerix {
@@ -67,6 +67,28 @@ TEST(Settings, CorruptFileIsReportedOnceAndKeptAside) {
   EXPECT_EQ(kept, "{\"FontSize\": 30,");
   ASSERT_TRUE(readWholeFile(dir.path("settings.json"), now));
   EXPECT_EQ(nlohmann::json::parse(now), nlohmann::json::parse(R"({"FontSize":24.0,"PanelAlpha":0.5})"));
+}
+
+TEST(Settings, StringsThatAreNotUtf8AreKeptByteForByte) {
+  test::TempDir dir;
+  std::ostringstream warnings;
+  const std::string latin1 = "/media/caf\xe9 100%";
+  {
+    FileSettingsStore s(dir.path("settings.json"), warnings);
+    s.set("SubtitleFolder", latin1);
+    s.set("Plain", std::string("50% off"));  // valid UTF-8 stays a plain string
+  }
+  std::string text;
+  ASSERT_TRUE(readWholeFile(dir.path("settings.json"), text));
+  EXPECT_EQ(nlohmann::json::parse(text),
+            nlohmann::json::parse(R"({"SubtitleFolder":{"percentEncoded":"/media/caf%E9 100%25"},"Plain":"50% off"})"));
+  FileSettingsStore again(dir.path("settings.json"), warnings);
+  EXPECT_EQ(again.stringFor("SubtitleFolder"), latin1);
+  EXPECT_EQ(again.stringFor("Plain"), "50% off");
+  EXPECT_EQ(warnings.str(), "");
+  // A malformed encoding is just an object: the wrong type, read as absent.
+  dir.write("settings.json", R"({"SubtitleFolder":{"percentEncoded":"caf%E"}})");
+  EXPECT_EQ(FileSettingsStore(dir.path("settings.json"), warnings).stringFor("SubtitleFolder"), std::nullopt);
 }
 
 TEST(EpisodeNames, NumberFromTrackAndPatternOnFileNames) {

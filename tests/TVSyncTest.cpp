@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "FakeSystem.h"
 #include "SyncTestSupport.h"
+#include "linux/LinuxSyncCommands.h"
+#include "mac/MacSyncCommands.h"
 #include "sync/TVSync.h"
+#include "util/Numbers.h"
 
 namespace lumerix {
 namespace {
@@ -41,6 +46,28 @@ TEST(TVSyncAnswers, FieldsAreReadAsThePlayerPrintsThem) {
   p.system.advance(10);
   EXPECT_DOUBLE_EQ(p.position(), 20.25);
   EXPECT_EQ(p.tv.snapshot().track, "");
+}
+
+// The position field is read the same way whatever the locale and the C
+// library: the C number grammar, the whole field, finite.
+TEST(TVSyncAnswers, PositionsAreCNumbersAndNothingElse) {
+  const std::pair<const char*, std::optional<double>> cases[] = {
+      {"12.5", 12.5}, {"-0.25", -0.25}, {".5", 0.5},   {"5.", 5.0},   {"1e3", 1000.0}, {"2E-1", 0.2},
+      {"0", 0.0},     {"", {}},         {" 1", {}},    {"1 ", {}},    {"+1", {}},      {"0x10", {}},
+      {"inf", {}},    {"nan", {}},      {"1e999", {}}, {"1,5", {}},   {"--1", {}},     {"1e", {}},
+      {"e5", {}},     {".", {}},        {"-", {}},     {"1.2.3", {}}, {"١٢", {}},      {"missing value", {}},
+  };
+  for (const auto& [text, value] : cases) EXPECT_EQ(parseDecimal(text), value) << text;
+
+  for (const char* answer : {"true|+7.5|A", "true|7,5|A", "true|\t7.5 |A"}) {
+    Poller p;
+    p.poll(answer, "", 0);
+    EXPECT_NEAR(p.position(), 7.5 + 0.05, 1e-9) << answer;
+  }
+  EXPECT_EQ(truncatedInteger(28.9), "28");
+  EXPECT_EQ(truncatedInteger(-3.7), "-3");
+  EXPECT_EQ(truncatedInteger(1e300), "9223372036854775807");
+  EXPECT_EQ(truncatedInteger(std::nan("")), "0");
 }
 
 TEST(TVSyncAnswers, SmallDifferencesAreSmoothedAndJumpsTakenAsTheyAre) {
@@ -209,6 +236,28 @@ TEST(TVSyncThread, AHelperPastItsDeadlineIsKilledAndCountsAsFailure) {
   std::ifstream in(dir.path("pids"));
   for (pid_t pid; in >> pid;) EXPECT_TRUE(test::processGroupGone(pid)) << pid;
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+}
+
+TEST(SyncCommandLines, EachPlatformRunsItsOwnHelpers) {
+  const SyncCommands mac = macSyncCommands("/App/Contents/Resources", "/App/Contents/PrivateFrameworks");
+  EXPECT_EQ(mac.poll, (std::vector<std::string>{"/usr/bin/osascript", "-e", std::string(TVSync::pollScript)}));
+  EXPECT_EQ(mac.consent.at(2), TVSync::consentScript);
+  EXPECT_EQ(mac.streamTarget, "com.apple.TV");
+  EXPECT_EQ(mac.stream(), std::nullopt);  // no adapter in that bundle
+  test::TempDir bundle;
+  bundle.write("Resources/mediaremote-adapter.pl", "");
+  bundle.write("PrivateFrameworks/MediaRemoteAdapter.framework/x", "");
+  EXPECT_EQ(macSyncCommands(bundle.path("Resources"), bundle.path("PrivateFrameworks")).stream(),
+            (std::vector<std::string>{"/usr/bin/perl", bundle.path("Resources/mediaremote-adapter.pl"),
+                                      bundle.path("PrivateFrameworks/MediaRemoteAdapter.framework"), "stream"}));
+
+  const SyncCommands lin = linuxSyncCommands("/bin/true", "mpv");
+  EXPECT_EQ(lin.poll, (std::vector<std::string>{"/bin/true", "poll", "--player", "mpv"}));
+  EXPECT_TRUE(lin.consent.empty());
+  EXPECT_EQ(lin.streamTarget, "org.mpris.MediaPlayer2.mpv");
+  EXPECT_EQ(lin.stream(), (std::vector<std::string>{"/bin/true", "stream", "--player", "mpv"}));
+  EXPECT_EQ(linuxSyncCommands("/no/such/helper", "").stream(), std::nullopt);
+  EXPECT_EQ(linuxSyncCommands("/bin/true", "").streamTarget, "");
 }
 
 }  // namespace

@@ -8,9 +8,13 @@
 #include <nlohmann/json.hpp>
 
 #include "app/EpisodeMatch.h"
+#include "app/SettingsKeys.h"
+#include "overlay/TextLayers.h"
+#include "platform/KeyCodes.h"
 #include "subtitles/TimeFormat.h"
 #include "ui/Texts.h"
 #include "util/Files.h"
+#include "util/Numbers.h"
 #include "util/Path.h"
 #include "util/Unicode.h"
 
@@ -39,13 +43,14 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
     : services(services), sync(std::move(source)) {
   s.autoPick = !subtitlePath.has_value();
   SettingsStore& defaults = services.defaults;
-  defaults.registerDefaults({{"FontSize", 28.0}, {"PanelAlpha", 0.92}, {"BGMode", 0LL}, {"StrokeWidth", 7.0}});
+  defaults.registerDefaults(
+      {{keys::fontSize, 28.0}, {keys::panelAlpha, 0.92}, {keys::bgMode, 0LL}, {keys::strokeWidth, 7.0}});
   // Limits apply when a value is changed, never when it is read.
-  s.fontSize = defaults.doubleFor("FontSize");
-  s.alpha = defaults.doubleFor("PanelAlpha");
-  s.bgMode = defaults.integerFor("BGMode");
-  s.strokeWidth = defaults.doubleFor("StrokeWidth");
-  s.debugLog = defaults.boolFor("DebugLog");
+  s.fontSize = defaults.doubleFor(keys::fontSize);
+  s.alpha = defaults.doubleFor(keys::panelAlpha);
+  s.bgMode = defaults.integerFor(keys::bgMode);
+  s.strokeWidth = defaults.doubleFor(keys::strokeWidth);
+  s.debugLog = defaults.boolFor(keys::debugLog);
   sync->start();
   buildPanel();
   if (subtitlePath) loadSubtitle(*subtitlePath);
@@ -54,7 +59,7 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
 
 // ---- the tick ----------------------------------------------------------------
 
-void Controller::tick() {
+void Controller::tick() noexcept {
   sync->snapshotInto(snap);
   const bool issue = sync->permissionIssue();
   if (issue && !s.lastPermissionIssue) {
@@ -70,7 +75,7 @@ void Controller::tick() {
     services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);
     if (!(now() > s.hintUntil)) return;
     statusLine.assign("◌ ").append(snap.status);
-    services.host.setStatusText(statusLine);
+    setStatus(statusLine);
     return;
   }
 
@@ -114,31 +119,39 @@ void Controller::tick() {
     std::snprintf(extra, sizeof extra, "  rate %.4f", s.scale);
     statusLine.append(extra);
   }
-  services.host.setStatusText(statusLine);
+  setStatus(statusLine);
 }
 
 void Controller::showHint(std::string_view text) {
-  services.host.setStatusText(std::string(text));
+  setStatus(text);
   s.hintUntil = now() + 3.0;
+}
+
+void Controller::setStatus(std::string_view text) {
+  // The tick rebuilds the line twenty times a second; a label need not
+  // hear of it unless the words change.
+  if (text == shownStatus) return;
+  shownStatus.assign(text);
+  services.host.setStatusText(shownStatus);
 }
 
 // ---- keys and adjustments -------------------------------------------------------
 
-bool Controller::handleKey(int keyCode, bool shift, std::string_view characters) {
+bool Controller::handleKey(int keyCode, bool shift, std::string_view characters) noexcept {
   switch (keyCode) {
-    case 53:  // Escape, whatever the modifiers
+    case keycode::escape:  // whatever the modifiers
       quit();
       return true;
-    case 123:  // Left
+    case keycode::left:
       shift ? resize(-60, 0) : bumpOffset(-0.5);
       return true;
-    case 124:  // Right
+    case keycode::right:
       shift ? resize(+60, 0) : bumpOffset(+0.5);
       return true;
-    case 125:  // Down: with Shift the panel grows taller, as users learnt it
+    case keycode::down:  // with Shift the panel grows taller, as users learnt it
       shift ? resize(0, +30) : bumpScale(-0.0005);
       return true;
-    case 126:  // Up
+    case keycode::up:
       shift ? resize(0, -30) : bumpScale(+0.0005);
       return true;
     default:
@@ -176,47 +189,47 @@ bool Controller::handleKey(int keyCode, bool shift, std::string_view characters)
   return true;
 }
 
-void Controller::bumpOffset(double delta) {
+void Controller::bumpOffset(double delta) noexcept {
   s.offset += delta;
   saveCalibration();
   showHint(format("Timing offset %+.1fs", s.offset));
 }
 
-void Controller::bumpScale(double delta) {
+void Controller::bumpScale(double delta) noexcept {
   s.scale = clamp(s.scale + delta, 0.9, 1.1);
   saveCalibration();
   showHint(format("Rate %.4f", s.scale));
 }
 
-void Controller::cycleFPS() {
+void Controller::cycleFPS() noexcept {
   s.scaleIdx = (s.scaleIdx + 1) % static_cast<int>(std::size(scalePresets));
   s.scale = scalePresets[s.scaleIdx].factor;
   saveCalibration();
   showHint("Frame-rate ratio " + std::string(scalePresets[s.scaleIdx].label));
 }
 
-void Controller::toggleBG() {
+void Controller::toggleBG() noexcept {
   s.bgMode = (s.bgMode + 1) % 2;
-  services.defaults.set("BGMode", s.bgMode);
+  services.defaults.set(keys::bgMode, s.bgMode);
   s.curText.reset();
   showHint(s.bgMode == 1 ? texts::bandOn : texts::bandOff);
 }
 
-void Controller::bumpAlpha(double delta) {
+void Controller::bumpAlpha(double delta) noexcept {
   s.alpha = clamp(s.alpha + delta, 0.2, 1.0);
-  services.defaults.set("PanelAlpha", s.alpha);
+  services.defaults.set(keys::panelAlpha, s.alpha);
   services.host.setPanelAlpha(s.alpha);
-  showHint("Opacity " + std::to_string(static_cast<long long>(s.alpha * 100)) + "%");
+  showHint("Opacity " + prefs::alphaValueLabel(s.alpha));
 }
 
-void Controller::bumpFont(double delta) {
+void Controller::bumpFont(double delta) noexcept {
   s.fontSize = clamp(s.fontSize + delta, 12, 80);
-  services.defaults.set("FontSize", s.fontSize);
+  services.defaults.set(keys::fontSize, s.fontSize);
   s.curText.reset();
-  showHint("Font size " + std::to_string(static_cast<long long>(s.fontSize)));
+  showHint("Font size " + prefs::fontValueLabel(s.fontSize));
 }
 
-void Controller::resize(double dw, double dh) {
+void Controller::resize(double dw, double dh) noexcept {
   const Rect frame = services.host.panelFrame();
   s.winW = std::max(frame.width + dw, 320.0);
   s.winH = std::max(frame.height + dh, 90.0);
@@ -225,7 +238,7 @@ void Controller::resize(double dw, double dh) {
   s.curText.reset();
 }
 
-void Controller::saveCalibration() {
+void Controller::saveCalibration() noexcept {
   s.lastShownT.reset();  // the next tick may jump back freely
   if (!s.subPath) return;
   nlohmann::json side = {{"offset", std::round(s.offset * 1000) / 1000},
@@ -233,15 +246,15 @@ void Controller::saveCalibration() {
   writeFileAtomically(*s.subPath + ".sync.json", side.dump());  // failures are not the user's problem now
 }
 
-void Controller::quit() {
+void Controller::quit() noexcept {
   saveCalibration();
   sync->cancel();
-  services.dialogs.terminate();
+  services.app.terminate();
 }
 
 // ---- two-point calibration --------------------------------------------------------
 
-void Controller::markPoint(int n) {
+void Controller::markPoint(int n) noexcept {
   const SyncSnapshot snap = sync->snapshot();
   if (!snap.position) {
     showHint(texts::notConnected);
@@ -282,10 +295,29 @@ void Controller::buildPanel() {
   const std::optional<Size> screen = services.host.mainScreenSize();
   const double sw = screen ? screen->width : 1440;
   const double w = std::round(sw * 0.425);
-  PanelConfig config;
-  // The screen frame's origin is deliberately not added.
-  config.frame = {(sw - w) / 2, screen ? screen->height * 0.1 : 90, w, 125};
-  config.alpha = s.alpha;
+  const PanelConfig config{
+      // The screen frame's origin is deliberately not added.
+      .frame = {(sw - w) / 2, screen ? screen->height * 0.1 : 90, w, 125},
+      .aboveFullScreen = true,
+      .onAllSpaces = true,
+      .nonActivating = true,
+      .resizable = true,
+      .movableByBackground = true,
+      .alpha = s.alpha,
+      .minSize = {320, 90},
+      .autosaveName = keys::panelFrame,
+      .backdropFill = RGBA::white(0.1, 0.22),
+      .backdropBorder = RGBA::white(1.0, 0.45),
+      .backdropBorderWidth = 1.5,
+      .backdropCornerRadius = 14,
+      .backdropAlpha = 0,  // until hovered
+      .bandFill = RGBA::white(0.0, 0.78),
+      .bandCornerRadius = 10,
+      .bandFrame = {0, 0, 10, 10},
+      .bandHidden = true,
+      .statusFontSize = 12,
+      .statusColor = {0.81, 0.91, 1.0, 1.0},
+  };
   services.host.createPanel(config);
   const Rect frame = services.host.panelFrame();  // a saved frame wins
   s.winW = frame.width;
@@ -294,16 +326,16 @@ void Controller::buildPanel() {
   services.host.setStatusFrame({0, 4, s.winW, 17});
 }
 
-void Controller::hoverChanged(bool inside) {
+void Controller::hoverChanged(bool inside) noexcept {
   s.hovering = inside;
   updateFrameVisibility();
 }
 
-void Controller::keyWindowChanged() {
+void Controller::keyWindowChanged() noexcept {
   updateFrameVisibility();
 }
 
-void Controller::panelResized() {
+void Controller::panelResized() noexcept {
   const Rect frame = services.host.panelFrame();
   s.winW = frame.width;
   s.winH = frame.height;
@@ -317,7 +349,7 @@ void Controller::updateFrameVisibility() {
   if (s.hovering) showHint(services.host.panelIsKey() ? texts::hoverKeyHint : texts::hoverHint);
 }
 
-void Controller::render(const std::string& text, bool brand) {
+void Controller::render(const std::string& text, bool brand) noexcept {
   const Style style{s.bgMode, s.fontSize, s.strokeWidth, s.winW, s.winH, brand};
   if (s.curText && *s.curText == text && s.curStyle && *s.curStyle == style) return;
   s.curText = text;
@@ -348,9 +380,48 @@ void Controller::render(const std::string& text, bool brand) {
   host.setBandHidden(false);
 }
 
+// ---- preferences --------------------------------------------------------------------
+
+prefs::Values Controller::preferenceValues() const noexcept {
+  return {s.fontSize, s.strokeWidth, s.alpha, s.bgMode,
+          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder))};
+}
+
+// The sliders' ranges are the limits here: values are stored as given.
+void Controller::setFontSize(double size) noexcept {
+  s.fontSize = size;
+  services.defaults.set(keys::fontSize, size);
+  s.curText.reset();
+}
+
+void Controller::setStrokeWidth(double width) noexcept {
+  s.strokeWidth = width;
+  services.defaults.set(keys::strokeWidth, width);
+  s.curText.reset();
+}
+
+void Controller::setAlpha(double alpha) noexcept {
+  s.alpha = alpha;
+  services.defaults.set(keys::panelAlpha, alpha);
+  services.host.setPanelAlpha(alpha);  // the text keeps its layout
+}
+
+void Controller::setBgMode(long long mode) noexcept {
+  s.bgMode = mode;
+  services.defaults.set(keys::bgMode, mode);
+  s.curText.reset();
+}
+
+bool Controller::chooseSubtitleFolder() noexcept {
+  const auto folder = services.dialogs.chooseFolder();
+  if (!folder) return false;
+  applySubtitleFolder(*folder);
+  return true;
+}
+
 // ---- menu and dialogs --------------------------------------------------------------
 
-void Controller::perform(MenuAction action) {
+void Controller::perform(MenuAction action) noexcept {
   switch (action) {
     case MenuAction::none:
       break;
@@ -382,11 +453,11 @@ void Controller::perform(MenuAction action) {
       toggleBG();
       break;
     case MenuAction::prefs:
-      services.dialogs.showPreferences();
+      services.app.showPreferences();
       break;
     case MenuAction::checkUpdates:
-      services.dialogs.activate();
-      services.dialogs.checkForUpdates();
+      services.app.activate();
+      services.app.checkForUpdates();
       break;
     case MenuAction::grantPermission:
       menuGrantPermission();
@@ -403,29 +474,29 @@ void Controller::perform(MenuAction action) {
   }
 }
 
-void Controller::presentPermissionAlert() {
-  services.dialogs.activate();
+void Controller::presentPermissionAlert() noexcept {
+  services.app.activate();
   if (services.dialogs.runAlert(texts::permissionAlert()) == 0) {
-    services.dialogs.openURL(std::string(texts::automationSettingsURL));
+    services.app.openURL(std::string(texts::automationSettingsURL));
   }
 }
 
-void Controller::menuGrantPermission() {
-  services.dialogs.openURL(std::string(texts::automationSettingsURL));
+void Controller::menuGrantPermission() noexcept {
+  services.app.openURL(std::string(texts::automationSettingsURL));
   showHint(texts::grantHint);
 }
 
-void Controller::menuAbout() {
-  services.dialogs.activate();
+void Controller::menuAbout() noexcept {
+  services.app.activate();
   services.dialogs.runAlert(texts::aboutAlert());
 }
 
-void Controller::menuHowTo() {
+void Controller::menuHowTo() noexcept {
   showOnboarding();
 }
 
-void Controller::showOnboarding() {
-  services.dialogs.activate();
+void Controller::showOnboarding() noexcept {
+  services.app.activate();
   services.dialogs.runAlert(texts::onboardingAlert());
 }
 
@@ -445,9 +516,9 @@ std::optional<std::string> startupSubtitlePath(const std::vector<std::string>& a
   return std::nullopt;
 }
 
-void showGuideOnFirstLaunch(Controller& controller, SettingsStore& defaults) {
-  if (defaults.boolFor("DidOnboard")) return;
-  defaults.set("DidOnboard", true);
+void showGuideOnFirstLaunch(Controller& controller, SettingsStore& defaults) noexcept {
+  if (defaults.boolFor(keys::didOnboard)) return;
+  defaults.set(keys::didOnboard, true);
   controller.showOnboarding();
 }
 

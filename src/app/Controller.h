@@ -15,6 +15,7 @@
 #include "subtitles/Cue.h"
 #include "sync/SyncSource.h"
 #include "ui/Menu.h"
+#include "ui/Preferences.h"
 
 namespace lumerix {
 
@@ -34,13 +35,22 @@ struct ControllerServices {
   SettingsStore& defaults;
   OverlayHost& host;
   Dialogs& dialogs;
+  AppServices& app;
 };
 
 // Everything the program decides: start-up, the 20 Hz tick, keys and
-// adjustments, calibration, loading and episode auto-pick, what the overlay
-// shows. Main thread only; it takes no locks.
+// adjustments, calibration, loading and episode auto-pick, preferences, what
+// the overlay shows. Main thread only; it takes no locks. Nothing a shell
+// calls throws: failures become hints in the status line.
 class Controller {
  public:
+  // The shell calls tick() this often, from a timer that keeps firing while
+  // menus are open or the panel is dragged.
+  static constexpr double tickInterval = 0.05;
+  // While the DebugLog setting is on, the shell writes debugLine() to the
+  // system log this often.
+  static constexpr double debugLogInterval = 2.0;
+
   struct CalPoint {
     double v;  // player position when marked
     double t;  // subtitle time showing then
@@ -98,53 +108,70 @@ class Controller {
   const State& state() const { return s; }
   SyncSource& source() { return *sync; }
 
-  void tick();
+  void tick() noexcept;
 
-  // Keys typed into the panel: the macOS virtual key code, whether Shift was
-  // held, and the characters ignoring modifiers. True when consumed.
-  bool handleKey(int keyCode, bool shift, std::string_view characters);
-  void bumpOffset(double delta);
-  void bumpScale(double delta);
-  void cycleFPS();
-  void toggleBG();
-  void bumpAlpha(double delta);
-  void bumpFont(double delta);
-  void resize(double dw, double dh);
-  void markPoint(int n);
-  void saveCalibration();
-  void quit();
+  // Keys typed into the panel: a code from platform/KeyCodes.h (or
+  // keycode::none), whether Shift was held, and the characters ignoring
+  // modifiers. True when consumed; the shell hands other keys on.
+  bool handleKey(int keyCode, bool shift, std::string_view characters) noexcept;
+  void bumpOffset(double delta) noexcept;
+  void bumpScale(double delta) noexcept;
+  void cycleFPS() noexcept;
+  void toggleBG() noexcept;
+  void bumpAlpha(double delta) noexcept;
+  void bumpFont(double delta) noexcept;
+  void resize(double dw, double dh) noexcept;
+  void markPoint(int n) noexcept;
+  void saveCalibration() noexcept;
+  void quit() noexcept;
 
-  void loadSubtitle(const std::string& path);
-  void maybeAutoPick(const std::string& track);
-  std::optional<std::string> findEpisodeSubtitle(long long episode);
-  void openFileDialog();
-  // The first .srt or .vtt among dragged paths, in their order.
-  static std::optional<std::string> subtitlePathFrom(const std::vector<std::string>& paths);
-  void fileDropped(const std::string& path);
-  void menuAutoPick();
-  void applySubtitleFolder(const std::string& folder);
+  void loadSubtitle(const std::string& path) noexcept;
+  void maybeAutoPick(const std::string& track) noexcept;
+  std::optional<std::string> findEpisodeSubtitle(long long episode) noexcept;
+  void openFileDialog() noexcept;
+  // The first .srt or .vtt among dragged paths, in their order; a drag
+  // without one is refused, with no hover feedback.
+  static std::optional<std::string> subtitlePathFrom(const std::vector<std::string>& paths) noexcept;
+  void fileDropped(const std::string& path) noexcept;
+  void menuAutoPick() noexcept;
+  void applySubtitleFolder(const std::string& folder) noexcept;
 
-  // Panel events.
-  void hoverChanged(bool inside);
-  void keyWindowChanged();
-  void panelResized();
+  // Panel events: the pointer (or an accepted drag) entering or leaving,
+  // the panel becoming or ceasing to be the key window, a new size.
+  void hoverChanged(bool inside) noexcept;
+  void keyWindowChanged() noexcept;
+  void panelResized() noexcept;
 
-  void render(const std::string& text, bool brand);
+  void render(const std::string& text, bool brand) noexcept;
 
-  void perform(MenuAction action);
-  void presentPermissionAlert();
-  void menuGrantPermission();
-  void menuAbout();
-  void menuHowTo();
-  void showOnboarding();
+  // The preferences window: what it shows when opened, and its controls'
+  // actions, called on every change (continuously while a slider is
+  // dragged). Each writes its setting at once; the next tick redraws.
+  prefs::Values preferenceValues() const noexcept;
+  void setFontSize(double size) noexcept;
+  void setStrokeWidth(double width) noexcept;
+  void setAlpha(double alpha) noexcept;  // the panel follows at once
+  void setBgMode(long long mode) noexcept;
+  // "Choose…": asks for a folder; true when one was chosen (and applied).
+  bool chooseSubtitleFolder() noexcept;
 
-  // "PXDBG ..." for the system log every 2 s while the DebugLog setting is on.
+  void perform(MenuAction action) noexcept;
+  void presentPermissionAlert() noexcept;
+  void menuGrantPermission() noexcept;
+  void menuAbout() noexcept;
+  void menuHowTo() noexcept;
+  void showOnboarding() noexcept;
+
+  // Whether the shell should write debugLine() every debugLogInterval.
+  bool debugLogEnabled() const noexcept { return s.debugLog; }
+  // "PXDBG ..." for the system log.
   static std::string debugLine(const PanelDiagnostics& panel);
 
  private:
   void buildPanel();
   void updateFrameVisibility();
   void showHint(std::string_view text);
+  void setStatus(std::string_view text);
   double now() const { return services.clock.uptime(); }
 
   ControllerServices services;
@@ -153,6 +180,7 @@ class Controller {
   // Reused by every tick, so that steady ticks do not allocate.
   SyncSnapshot snap;
   std::string statusLine;
+  std::string shownStatus;  // what the status line shows; the host hears only of changes
 };
 
 // The start-up subtitle: the first argument after the program's path, when
@@ -161,6 +189,6 @@ std::optional<std::string> startupSubtitlePath(const std::vector<std::string>& a
 
 // Shows the first-run guide once. The flag is set before the guide shows,
 // so quitting from the guide does not bring it back.
-void showGuideOnFirstLaunch(Controller& controller, SettingsStore& defaults);
+void showGuideOnFirstLaunch(Controller& controller, SettingsStore& defaults) noexcept;
 
 }  // namespace lumerix

@@ -1,10 +1,13 @@
 // The controller's side of choosing subtitle files: loading one, restoring
 // its timing, and picking the next episode's file by itself.
 
+#include <cerrno>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "app/Controller.h"
 #include "app/EpisodeMatch.h"
+#include "app/SettingsKeys.h"
 #include "subtitles/SRTParser.h"
 #include "ui/Texts.h"
 #include "util/Files.h"
@@ -27,10 +30,22 @@ std::optional<std::pair<double, double>> readTiming(const std::string& sidePath)
   return std::pair{json.value("offset", 0.0), json.value("scale", 1.0)};
 }
 
+// A file too big for memory is a failed load like any other, not the end
+// of the program.
+Result<std::vector<Cue>, SubtitleReadError> parseGuarded(const std::string& path) noexcept {
+  using R = Result<std::vector<Cue>, SubtitleReadError>;
+  try {
+    return SRTParser::parse(path);
+  } catch (const std::bad_alloc&) {
+  } catch (const std::length_error&) {
+  }
+  return R::failure(FileReadError{ENOMEM, std::strerror(ENOMEM)});
+}
+
 }  // namespace
 
-void Controller::loadSubtitle(const std::string& path) {
-  auto parsed = SRTParser::parse(path);
+void Controller::loadSubtitle(const std::string& path) noexcept {
+  auto parsed = parseGuarded(path);
   if (!parsed) {
     // The previous file, its timing and the folder all stay in force.
     showHint("Failed to load: " + describe(parsed.error()));
@@ -45,7 +60,7 @@ void Controller::loadSubtitle(const std::string& path) {
   s.lastShownT.reset();
   s.offset = 0;
   s.scale = 1.0;
-  services.defaults.set("SubtitleFolder", path::parent(path));
+  services.defaults.set(keys::subtitleFolder, path::parent(path));
   if (auto timing = readTiming(path + ".sync.json")) std::tie(s.offset, s.scale) = *timing;
   char suffix[96] = "";
   if (s.offset != 0 || s.scale != 1.0) {
@@ -54,7 +69,7 @@ void Controller::loadSubtitle(const std::string& path) {
   showHint("Loaded " + s.subName + " · " + std::to_string(s.cues.size()) + " cues" + suffix);
 }
 
-void Controller::maybeAutoPick(const std::string& track) {
+void Controller::maybeAutoPick(const std::string& track) noexcept {
   if (s.lastTrack && *s.lastTrack == track) return;
   // Remembered even while auto-pick is off, so that turning it on does not
   // react to a track that was already playing.
@@ -70,18 +85,18 @@ void Controller::maybeAutoPick(const std::string& track) {
   showHint("No subtitle found for “" + track + "” — press O to choose one");
 }
 
-std::optional<std::string> Controller::findEpisodeSubtitle(long long episode) {
-  const auto folder = services.defaults.stringFor("SubtitleFolder");
+std::optional<std::string> Controller::findEpisodeSubtitle(long long episode) noexcept {
+  const auto folder = services.defaults.stringFor(keys::subtitleFolder);
   if (!folder) return std::nullopt;
   return episode::findInFolder(*folder, episode);
 }
 
-void Controller::openFileDialog() {
-  services.dialogs.activate();
+void Controller::openFileDialog() noexcept {
+  services.app.activate();
   if (const auto path = services.dialogs.chooseFile({"srt", "vtt"})) fileDropped(*path);
 }
 
-std::optional<std::string> Controller::subtitlePathFrom(const std::vector<std::string>& paths) {
+std::optional<std::string> Controller::subtitlePathFrom(const std::vector<std::string>& paths) noexcept {
   for (const std::string& p : paths) {
     const std::string ext = path::extensionLowercased(p);
     if (ext == "srt" || ext == "vtt") return p;
@@ -89,7 +104,7 @@ std::optional<std::string> Controller::subtitlePathFrom(const std::vector<std::s
   return std::nullopt;
 }
 
-void Controller::fileDropped(const std::string& path) {
+void Controller::fileDropped(const std::string& path) noexcept {
   // The user chose this file: the track playing now must not replace it,
   // the next one may.
   s.autoPick = true;
@@ -97,14 +112,14 @@ void Controller::fileDropped(const std::string& path) {
   loadSubtitle(path);
 }
 
-void Controller::menuAutoPick() {
+void Controller::menuAutoPick() noexcept {
   s.autoPick = true;
   s.lastTrack.reset();  // so the track playing now is picked on the next tick
   showHint(texts::autoPickOn);
 }
 
-void Controller::applySubtitleFolder(const std::string& folder) {
-  services.defaults.set("SubtitleFolder", folder);
+void Controller::applySubtitleFolder(const std::string& folder) noexcept {
+  services.defaults.set(keys::subtitleFolder, folder);
   s.lastTrack.reset();
   showHint("Subtitle folder set: " + path::lastComponent(folder));
 }

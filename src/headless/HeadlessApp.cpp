@@ -1,12 +1,15 @@
 #include "headless/HeadlessApp.h"
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -14,10 +17,10 @@
 
 #include "SampleSubtitle.h"
 #include "app/Controller.h"
-#include "app/SettingsFile.h"
-#include "linux/LinuxSystem.h"
-#include "sync/FusedSync.h"
-#include "sync/SyncCommands.h"
+#include "app/MemorySettingsStore.h"
+#include "app/PlatformServices.h"
+#include "util/Files.h"
+#include "util/Path.h"
 #include "util/Unicode.h"
 
 namespace lumerix {
@@ -39,30 +42,42 @@ extern "C" void onStopSignal(int) {
   if (stopFlag) *stopFlag = true;
 }
 
-// The demo's subtitle lives in a private folder for the run, so loading it
-// never touches the user's files; the folder goes when the run ends.
-class DemoFolder {
- public:
-  DemoFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "lumerix-demo-XXXXXX").string();
-    if (::mkdtemp(pattern.data())) {
-      root = pattern;
-      std::ofstream(root + "/sample.srt", std::ios::binary) << kSampleSubtitle;
-    }
-  }
-  ~DemoFolder() {
-    std::error_code ignored;
-    if (!root.empty()) std::filesystem::remove_all(root, ignored);
-  }
-  std::optional<std::string> subtitle() const {
-    return root.empty() ? std::nullopt : std::optional<std::string>(root + "/sample.srt");
-  }
-
- private:
-  std::string root;
-};
-
 }  // namespace
+
+DemoFolder::DemoFolder() {
+  std::vector<std::string> candidates;
+  if (const char* tmp = std::getenv("TMPDIR"); tmp && tmp[0] == '/') candidates.emplace_back(tmp);
+  candidates.emplace_back("/tmp");
+  for (const std::string& base : candidates) {
+    struct stat st {};
+    if (::stat(base.c_str(), &st) != 0) {
+      problem = base + ": " + std::strerror(errno);
+      continue;
+    }
+    if (!S_ISDIR(st.st_mode)) {
+      problem = base + ": " + std::strerror(ENOTDIR);
+      continue;
+    }
+    std::string pattern = path::append(base, "lumerix-demo-XXXXXX");
+    if (!::mkdtemp(pattern.data())) {
+      problem = base + ": " + std::strerror(errno);
+      continue;
+    }
+    root = pattern;
+    const std::string file = path::append(root, "sample.srt");
+    if (!writeFileAtomically(file, kSampleSubtitle)) {
+      problem = file + ": " + std::strerror(errno);
+      return;
+    }
+    sample = file;
+    return;
+  }
+}
+
+DemoFolder::~DemoFolder() {
+  std::error_code ignored;
+  if (!root.empty()) std::filesystem::remove_all(root, ignored);
+}
 
 ConsoleHost::ConsoleHost(const Clock& clock, std::ostream& out) : clock(clock), started(clock.uptime()), out(out) {}
 
@@ -71,8 +86,6 @@ double ConsoleHost::elapsed() const {
 }
 
 void ConsoleHost::setStatusText(const std::string& text) {
-  if (status == text) return;
-  status = text;
   printLine(out, elapsed(), "status", text);
 }
 
@@ -119,48 +132,38 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   // A reader of our output that goes away must not kill us mid-save.
   ::signal(SIGPIPE, SIG_IGN);
 
-  std::unique_ptr<SettingsStore> settings;
-  if (auto path = FileSettingsStore::defaultPath(); path && !options.demo) {
-    settings = std::make_unique<FileSettingsStore>(*path, err);
-  } else {
-    settings = std::make_unique<MemorySettingsStore>();
-  }
-
-  const std::string player = options.player.empty() ? settings->stringFor("TargetPlayer").value_or("") : options.player;
-  LinuxSystem system(player);
+  // The demo keeps its settings in memory: it must not change the user's.
+  std::unique_ptr<SettingsStore> settings =
+      options.demo ? std::make_unique<MemorySettingsStore>() : platform::makeUserSettingsStore(err);
+  platform::PlayerServices player;
   std::unique_ptr<SyncSource> source;
-  FusedSync* fused = nullptr;  // to report which source leads
   std::optional<DemoFolder> demo;
   std::optional<std::string> subtitle;
   if (options.demo) {
     source = std::make_unique<DemoSync>(clock);
     demo.emplace();
     subtitle = demo->subtitle();
+    if (!subtitle) err << "lumerix: no folder for the demo's sample subtitle (" << demo->error() << ")\n";
   } else {
-    const SyncCommands commands = linuxSyncCommands(LinuxSystem::helperPath(), player);
-    auto fusion = std::make_unique<FusedSync>(
-        system, std::make_unique<TVSync>(system, TVSync::Options{commands.poll, commands.consent}),
-        std::make_unique<MediaRemoteSync>(system, commands.stream, commands.streamTarget, 2.0,
-                                          commands.streamTargetMatch));
-    fused = fusion.get();
-    source = std::move(fusion);
+    player = platform::makePlayerServices(*settings, options.player);
+    source = std::move(player.source);
     if (options.subtitle) subtitle = startupSubtitlePath({"lumerix", *options.subtitle});
   }
 
   const double started = clock.uptime();
   ConsoleHost host(clock, out);
   ConsoleDialogs dialogs(clock, out, quit);
-  Controller controller({clock, *settings, host, dialogs}, std::move(source), subtitle);
+  Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle);
 
   using namespace std::chrono;
-  const auto period = milliseconds(50);
+  const auto period = duration_cast<steady_clock::duration>(duration<double>(Controller::tickInterval));
   auto next = steady_clock::now();
   bool fullscreen = false;
   while (!quit) {
     controller.tick();
-    if (fused && fused->fullscreen() != fullscreen) {
+    if (player.fused && player.fused->fullscreen() != fullscreen) {
       // Full screen hands the lead from the poller to the stream.
-      fullscreen = fused->fullscreen();
+      fullscreen = player.fused->fullscreen();
       printLine(out, clock.uptime() - started, "fullscreen", fullscreen);
     }
     next += period;

@@ -14,26 +14,15 @@ namespace lumerix {
 
 // A panel that exists only as text: prints one JSON object a line whenever
 // the shown text or the status line changes.
-class ConsoleHost : public OverlayHost {
+class ConsoleHost : public NullOverlayHost {
  public:
   ConsoleHost(const Clock& clock, std::ostream& out);
 
   std::optional<Size> mainScreenSize() override { return Size{1920, 1080}; }
-  void createPanel(const PanelConfig& config) override { frame = config.frame; }
-  Rect panelFrame() override { return frame; }
-  void setPanelFrame(const Rect& f) override { frame = f; }
-  void setPanelAlpha(double) override {}
-  bool panelIsKey() override { return false; }
-  void fadeBackdrop(double, double) override {}
   void setStatusText(const std::string& text) override;
-  void setStatusFrame(const Rect&) override {}
   void setTextLayers(const std::vector<TextLayer>& layers, bool brandMode) override;
-  void setTextFrame(const Rect&) override {}
-  void setBrandPhase(double) override {}
   // No fonts here: a fair guess of a proportional font's size.
   Size measureText(const TextLayer& layer, Size bounds) override;
-  void setBandFrame(const Rect&) override {}
-  void setBandHidden(bool) override {}
 
  private:
   double elapsed() const;
@@ -41,23 +30,16 @@ class ConsoleHost : public OverlayHost {
   const Clock& clock;
   const double started;
   std::ostream& out;
-  Rect frame;
-  std::optional<std::string> status;
   std::optional<std::pair<std::string, bool>> shown;
 };
 
 // No one to ask: alerts are printed, choices are declined, and quitting
 // ends the run loop.
-class ConsoleDialogs : public Dialogs {
+class ConsoleDialogs : public NullDialogs {
  public:
   ConsoleDialogs(const Clock& clock, std::ostream& out, std::atomic<bool>& quitRequested)
       : clock(clock), started(clock.uptime()), out(out), quitRequested(quitRequested) {}
-  void activate() override {}
   int runAlert(const Alert& alert) override;
-  std::optional<std::string> chooseFile(const std::vector<std::string>&) override { return std::nullopt; }
-  void openURL(const std::string&) override {}
-  void showPreferences() override {}
-  void checkForUpdates() override {}
   void terminate() override { quitRequested = true; }
 
  private:
@@ -82,6 +64,25 @@ class DemoSync : public SyncSource {
  private:
   const Clock& clock;
   const double started;
+};
+
+// A private folder holding the bundled sample subtitle for one run, so the
+// demo never touches the user's files; it goes when the run ends. Placed in
+// $TMPDIR when that is a usable folder, else in /tmp.
+class DemoFolder {
+ public:
+  DemoFolder();
+  ~DemoFolder();
+  DemoFolder(const DemoFolder&) = delete;
+  DemoFolder& operator=(const DemoFolder&) = delete;
+  // The sample's path; absent when no folder could be made (why: error()).
+  const std::optional<std::string>& subtitle() const { return sample; }
+  const std::string& error() const { return problem; }
+
+ private:
+  std::string root;
+  std::optional<std::string> sample;
+  std::string problem;
 };
 
 struct HeadlessOptions {

@@ -10,7 +10,8 @@ struct xcb_connection_t;
 namespace lumerix {
 
 // The machine as seen from Linux, following MPRIS players. Automation needs
-// no consent here, so permission is always granted. Main thread only.
+// no consent here, so permission is always granted. The bus and display
+// members are called from the main thread only (see System).
 class LinuxSystem : public System {
  public:
   // player: the MPRIS name followed ("mpv"); empty follows any player.
@@ -19,8 +20,8 @@ class LinuxSystem : public System {
   LinuxSystem(const LinuxSystem&) = delete;
   LinuxSystem& operator=(const LinuxSystem&) = delete;
 
-  double uptime() const override { return clock.uptime(); }
-  double wallClock() const override { return clock.wallClock(); }
+  double uptime() const noexcept override { return clock.uptime(); }
+  double wallClock() const noexcept override { return clock.wallClock(); }
   // Process ids of the matching players on the session bus.
   std::vector<int> targetProcessIds() override;
   // Viewable client windows (the window manager's list) that carry a

@@ -4,39 +4,43 @@
 #include <string>
 #include <vector>
 
-#include "overlay/TextLayers.h"
 #include "platform/Geometry.h"
+#include "platform/TextLayer.h"
 
 namespace lumerix {
 
-// Everything the shell needs to build the floating panel; all of it decided
-// by the core.
+// Everything the shell needs to build the floating panel, all of it decided
+// by the core. The shell turns the behaviour flags into its platform's
+// window levels, collection behaviours or window types.
 struct PanelConfig {
-  Rect frame;                              // used unless a saved frame exists under autosaveName
-  int level = 101;                         // above normal floating windows
-  unsigned long collectionBehavior = 273;  // all spaces | stationary | full-screen auxiliary
-  bool nonActivating = true;               // clicking it does not activate the application
-  bool resizable = true;
-  double alpha = 0.92;
-  Size minSize{320, 90};
-  std::string autosaveName = "LumerixPanel";
-  // Backdrop: shown on hover only.
-  RGBA backdropFill = RGBA::white(0.1, 0.22);
-  RGBA backdropBorder = RGBA::white(1.0, 0.45);
-  double backdropBorderWidth = 1.5;
-  double backdropCornerRadius = 14;
-  // Band behind the text in band mode.
-  RGBA bandFill = RGBA::white(0.0, 0.78);
-  double bandCornerRadius = 10;
-  // Text view and status line, bottom to top above backdrop and band.
-  Rect textFrame;
-  Rect statusFrame;
-  double statusFontSize = 12;
-  RGBA statusColor{0.81, 0.91, 1.0, 1.0};
+  Rect frame;                        // used unless a frame was saved under autosaveName
+  bool aboveFullScreen = false;      // floats above every window, a full-screen player's included
+  bool onAllSpaces = false;          // shown on every desktop space and stays put when they switch
+  bool nonActivating = false;        // a click gives it the keys without activating the application
+  bool resizable = false;            // by its edges
+  bool movableByBackground = false;  // dragging anywhere moves it
+  double alpha = 1;                  // of the whole panel, text included
+  Size minSize;
+  std::string autosaveName;  // where the platform keeps the frame between launches
+  // Backdrop: the full-size view behind everything, shown on hover.
+  RGBA backdropFill;
+  RGBA backdropBorder;
+  double backdropBorderWidth = 0;
+  double backdropCornerRadius = 0;
+  double backdropAlpha = 0;  // at start
+  // Band behind the text in band mode; above the backdrop.
+  RGBA bandFill;
+  double bandCornerRadius = 0;
+  Rect bandFrame;  // at start
+  bool bandHidden = true;
+  // Status line: centred, the system font; above the text view.
+  double statusFontSize = 0;
+  RGBA statusColor;
 };
 
-// The panel as the controller drives it. Main thread only. Sizes and
-// positions are points with the origin at the bottom left.
+// The panel as the controller drives it. Main thread only; no member throws.
+// Sizes and positions are points with the origin at the bottom left.
+// Stacking, bottom to top: backdrop, band, text view, status line.
 class OverlayHost {
  public:
   virtual ~OverlayHost() = default;
@@ -49,8 +53,10 @@ class OverlayHost {
   virtual void setPanelFrame(const Rect& frame) = 0;  // redraws at once
   virtual void setPanelAlpha(double alpha) = 0;
   virtual bool panelIsKey() = 0;
+  // Animates the backdrop's alpha over the given time.
   virtual void fadeBackdrop(double alpha, double seconds) = 0;
 
+  // Called only when the text changes.
   virtual void setStatusText(const std::string& text) = 0;
   virtual void setStatusFrame(const Rect& frame) = 0;
 
@@ -66,6 +72,30 @@ class OverlayHost {
 
   virtual void setBandFrame(const Rect& frame) = 0;
   virtual void setBandHidden(bool hidden) = 0;
+};
+
+// A panel that shows nothing: for programs and benchmarks without a screen.
+// Keeps only the frame, so that geometry still adds up.
+class NullOverlayHost : public OverlayHost {
+ public:
+  std::optional<Size> mainScreenSize() override { return std::nullopt; }
+  void createPanel(const PanelConfig& config) override { frame = config.frame; }
+  Rect panelFrame() override { return frame; }
+  void setPanelFrame(const Rect& f) override { frame = f; }
+  void setPanelAlpha(double) override {}
+  bool panelIsKey() override { return false; }
+  void fadeBackdrop(double, double) override {}
+  void setStatusText(const std::string&) override {}
+  void setStatusFrame(const Rect&) override {}
+  void setTextLayers(const std::vector<TextLayer>&, bool) override {}
+  void setTextFrame(const Rect&) override {}
+  void setBrandPhase(double) override {}
+  Size measureText(const TextLayer&, Size) override { return {}; }
+  void setBandFrame(const Rect&) override {}
+  void setBandHidden(bool) override {}
+
+ protected:
+  Rect frame;
 };
 
 }  // namespace lumerix

@@ -20,7 +20,17 @@ struct ScreenSize {
 
 // What the sync sources need to know about the machine and the player they
 // follow (the TV app on macOS, an MPRIS player on Linux). Implemented once
-// per platform; tests use scripted fakes.
+// per platform; tests use scripted fakes. No member throws.
+//
+// Thread contract:
+// - targetProcessIds, onScreenWindows and screenSizes: the main thread only
+//   (the full-screen test inside the tick, at most twice a second). They
+//   should answer quickly; the tick waits for them.
+// - targetRunning and requestAutomationPermission: the poller's thread only.
+//   The permission request may block for as long as the user takes.
+// - the clock members: any thread (see Clock).
+// So an implementation sees at most one call from each of the two groups at
+// a time, and must keep state the two groups share under a lock.
 class System : public Clock {
  public:
   // Process ids of the running target player; empty when it is not running.

@@ -1,8 +1,8 @@
 #include "sync/TVSync.h"
 
-#include <charconv>
 #include <cmath>
 
+#include "util/Numbers.h"
 #include "util/Thread.h"
 #include "util/Unicode.h"
 
@@ -30,12 +30,7 @@ std::optional<double> parsePosition(std::string_view field) {
   }
   std::string_view digits = text;
   if (digits.starts_with('+') && digits.size() > 1 && digits[1] != '-' && digits[1] != '+') digits.remove_prefix(1);
-  double value = 0;
-  const auto [end, ec] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-  if (ec != std::errc() || end != digits.data() + digits.size() || digits.empty() || !std::isfinite(value)) {
-    return std::nullopt;
-  }
-  return value;
+  return parseDecimal(digits);
 }
 
 }  // namespace

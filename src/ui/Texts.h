@@ -58,7 +58,15 @@ inline Alert onboardingAlert() {
               {"keyboard", "Fine-tune",
                " — Click the bar once, then ← → (±0.5 s) · , . (±0.1 s) · + − text size · T background.\n"},
               {"lock.shield", "Permission", " — If macOS asks to let Lumerix control “TV”, click Allow.\n"},
-          }};
+          },
+          GuideLayout{.paragraphSpacing = 12,
+                      .lineSpacing = 2,
+                      .headIndent = 24,
+                      .fontSize = 13,
+                      .symbolPointSize = 15,
+                      .symbolSemibold = true,
+                      .width = 440,
+                      .extraHeight = 8}};
 }
 
 }  // namespace lumerix::texts

@@ -5,35 +5,19 @@
 #include <optional>
 #include <string>
 
-#include "platform/SettingsStore.h"
+#include "app/MemorySettingsStore.h"
 
 namespace lumerix {
-
-// Settings held in memory only: for tests, and for the demo, which must not
-// touch the user's own settings.
-class MemorySettingsStore : public SettingsStore {
- public:
-  void registerDefaults(const std::map<std::string, SettingValue>& defaults) override;
-  double doubleFor(const std::string& key) const override;
-  long long integerFor(const std::string& key) const override;
-  bool boolFor(const std::string& key) const override;
-  std::optional<std::string> stringFor(const std::string& key) const override;
-  void set(const std::string& key, const SettingValue& value) override;
-
- protected:
-  // Called after every set; values already holds the new value.
-  virtual void persist(const std::string& key) { (void)key; }
-  const nlohmann::json* find(const std::string& key) const;
-
-  nlohmann::json values = nlohmann::json::object();
-  nlohmann::json defaults = nlohmann::json::object();
-};
 
 // Settings in a JSON file, rewritten atomically on every change. Keys that
 // other writers (another instance, the user's editor) put in the file are
 // kept: each write starts from what is on disk. A file that is not a JSON
 // object is reported once, read as empty, and moved aside to
 // "<file>.corrupt" before the first write, so nothing of it is lost.
+//
+// A string that is not UTF-8 (a folder named in Latin-1, say) cannot be a
+// JSON string; it is kept as {"percentEncoded": "caf%E9"} and reads back as
+// the same bytes.
 class FileSettingsStore : public MemorySettingsStore {
  public:
   FileSettingsStore(std::string path, std::ostream& warnings);
@@ -44,13 +28,13 @@ class FileSettingsStore : public MemorySettingsStore {
   static std::optional<std::string> defaultPath();
 
  protected:
-  void persist(const std::string& key) override;
+  void persist(const std::string& key) noexcept override;
 
  private:
   // The file's object; absent when it is missing or unreadable (then
   // `corrupt` tells whether it exists but holds something else).
   std::optional<nlohmann::json> readFile(bool& corrupt);
-  void warnOnce(const std::string& message);
+  void warnOnce(const std::string& message) noexcept;
 
   std::string file;
   std::ostream& warnings;

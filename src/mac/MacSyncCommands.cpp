@@ -1,7 +1,8 @@
-#include "sync/SyncCommands.h"
+#include "mac/MacSyncCommands.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
+
+#include "sync/TVSync.h"
 
 namespace lumerix {
 
@@ -25,23 +26,6 @@ SyncCommands macSyncCommands(std::optional<std::string> resourceDir, std::option
     const std::string framework = *privateFrameworksDir + "/MediaRemoteAdapter.framework";
     if (!exists(script) || !exists(framework)) return std::nullopt;
     return std::vector<std::string>{"/usr/bin/perl", script, framework, "stream"};
-  };
-  return c;
-}
-
-SyncCommands linuxSyncCommands(const std::string& helperPath, const std::string& player) {
-  SyncCommands c;
-  std::vector<std::string> choice;
-  if (!player.empty()) choice = {"--player", player};
-  c.poll = {helperPath, "poll"};
-  c.poll.insert(c.poll.end(), choice.begin(), choice.end());
-  c.streamTarget = player.empty() ? "" : "org.mpris.MediaPlayer2." + player;
-  c.streamTargetMatch = MediaRemoteSync::TargetMatch::withInstances;
-  c.stream = [helperPath, choice]() -> std::optional<std::vector<std::string>> {
-    if (helperPath.empty() || ::access(helperPath.c_str(), X_OK) != 0) return std::nullopt;
-    std::vector<std::string> argv{helperPath, "stream"};
-    argv.insert(argv.end(), choice.begin(), choice.end());
-    return argv;
   };
   return c;
 }

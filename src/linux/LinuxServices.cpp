@@ -1,0 +1,33 @@
+#include <ostream>
+
+#include "app/PlatformServices.h"
+#include "app/SettingsKeys.h"
+#include "linux/FileSettingsStore.h"
+#include "linux/LinuxSyncCommands.h"
+#include "linux/LinuxSystem.h"
+#include "sync/TVSync.h"
+
+namespace lumerix::platform {
+
+std::unique_ptr<SettingsStore> makeUserSettingsStore(std::ostream& warnings) {
+  if (auto path = FileSettingsStore::defaultPath()) return std::make_unique<FileSettingsStore>(*path, warnings);
+  warnings << "lumerix: neither XDG_CONFIG_HOME nor HOME names a folder; settings last only until you quit"
+           << std::endl;
+  return std::make_unique<MemorySettingsStore>();
+}
+
+PlayerServices makePlayerServices(SettingsStore& settings, const std::string& player) {
+  const std::string name = player.empty() ? settings.stringFor(keys::targetPlayer).value_or("") : player;
+  PlayerServices p;
+  p.system = std::make_unique<LinuxSystem>(name);
+  const SyncCommands commands = linuxSyncCommands(LinuxSystem::helperPath(), name);
+  auto fused = std::make_unique<FusedSync>(
+      *p.system, std::make_unique<TVSync>(*p.system, TVSync::Options{commands.poll, commands.consent}),
+      std::make_unique<MediaRemoteSync>(*p.system, commands.stream, commands.streamTarget, 2.0,
+                                        commands.streamTargetMatch));
+  p.fused = fused.get();
+  p.source = std::move(fused);
+  return p;
+}
+
+}  // namespace lumerix::platform

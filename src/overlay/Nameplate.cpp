@@ -1,0 +1,101 @@
+#include "overlay/Nameplate.h"
+
+#include <algorithm>
+
+namespace lumerix {
+
+namespace {
+
+RGBA rgb(double r, double g, double b) {
+  return {r, g, b, 1};
+}
+
+// A rectangle filled with a gradient that runs from its left edge to its right.
+void horizontalGradient(Canvas& c, const Rect& r, const RGBA& from, const RGBA& to) {
+  c.save();
+  c.clipToRect(r);
+  c.drawLinearGradient({{0, from}, {1, to}}, {r.minX(), r.midY()}, {r.maxX(), r.midY()});
+  c.restore();
+}
+
+void finial(Canvas& c, double cx, double y) {
+  c.save();
+  c.setShadow(0, -1, 3, RGBA::white(0, 0.7));
+  c.setFillColor(RGBA::white(1, 0.92));
+  c.fillPath(Path().moveTo({cx, y + 4.5}).lineTo({cx + 4.5, y}).lineTo({cx, y - 4.5}).lineTo({cx - 4.5, y}).close());
+  c.restore();
+}
+
+}  // namespace
+
+void drawBrand(Canvas& c, const Rect& bounds, const TextLayer& line, double phase) {
+  const Rect glyphs = c.textLineBounds(line);
+  const double lw = glyphs.width, lh = glyphs.height;
+  if (!(lw > 0)) return;
+  // The glyph box G is centred in the view.
+  const double tx = (bounds.width - lw) / 2 - glyphs.x;
+  const double ty = (bounds.height - lh) / 2 - glyphs.y;
+  const Rect g{glyphs.x + tx, glyphs.y + ty, lw, lh};
+  const double my = g.midY();
+
+  // Side rules only where there is room for them to read as rules.
+  const double ruleLength = std::min((bounds.width - lw) / 2 - 34 - 12, 130.0);
+  if (ruleLength > 24) {
+    const double x0 = g.minX() - 34 - ruleLength;
+    horizontalGradient(c, {x0, my - 1.8, ruleLength, 3.6}, RGBA::white(0, 0), RGBA::white(0, 0.55));
+    horizontalGradient(c, {x0, my - 0.75, ruleLength, 1.5}, RGBA::white(1, 0), RGBA::white(1, 0.85));
+    const double x1 = g.maxX() + 34;
+    horizontalGradient(c, {x1, my - 1.8, ruleLength, 3.6}, RGBA::white(0, 0.55), RGBA::white(0, 0));
+    horizontalGradient(c, {x1, my - 0.75, ruleLength, 1.5}, RGBA::white(1, 0.85), RGBA::white(1, 0));
+    finial(c, g.minX() - 17, my);
+    finial(c, g.maxX() + 17, my);
+  }
+
+  // Dark outline.
+  c.save();
+  c.setStrokeColor(RGBA::white(0, 0.9));
+  c.setLineWidth(std::max(lh * 0.13, 3.2));
+  c.setLineJoin(LineJoin::round);
+  c.drawTextLine(line, {tx, ty}, TextDrawingMode::stroke);
+  c.restore();
+
+  // The body, lifted off the panel by its shadow.
+  c.save();
+  c.setFillColor(rgb(0.46, 0.49, 0.54));
+  c.setShadow(0, -2.5, 7, RGBA::white(0, 0.65));
+  c.drawTextLine(line, {tx, ty}, TextDrawingMode::fill);
+  c.restore();
+
+  // Engraved face: everything from here on stays inside the letters.
+  c.save();
+  c.drawTextLine(line, {tx, ty}, TextDrawingMode::clip);
+  const double d = std::max(lh * 0.05, 1.4);
+  c.setFillColor(rgb(0.09, 0.10, 0.13));
+  c.fillRect(g);
+  c.setFillColor(rgb(0.93, 0.95, 0.98));  // a light edge along the tops of the letters
+  c.drawTextLine(line, {tx, ty + d}, TextDrawingMode::fill);
+  c.setFillColor(rgb(0.44, 0.47, 0.52));
+  c.drawTextLine(line, {tx, ty - d}, TextDrawingMode::fill);
+
+  HairlineRandom random;
+  for (double x = g.minX() - 2 * lh; x < g.maxX();) {
+    const double grey = random.next() > 0.55 ? 1.0 : 0.0;
+    c.setStrokeColor(RGBA::white(grey, random.next() * 0.12 + 0.05));
+    c.setLineWidth(random.next() * 0.9 + 0.5);
+    c.strokePath(Path().moveTo({x, g.minY()}).lineTo({x + 2 * lh, g.maxY()}));
+    x += random.next() * 2.2 + 1.2;
+  }
+
+  // The glint, for the first 45 % of each cycle.
+  const double p = phase / 0.45;
+  if (p < 1) {
+    c.setBlendMode(BlendMode::plusLighter);
+    const double sx = g.minX() - 95 + p * (g.width + 190);
+    c.drawLinearGradient({{0, RGBA::white(1, 0)}, {0.5, RGBA::white(1, 0.75)}, {1, RGBA::white(1, 0)}}, {sx, g.minY()},
+                         {sx + 95, g.maxY()});
+    c.setBlendMode(BlendMode::normal);
+  }
+  c.restore();
+}
+
+}  // namespace lumerix

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace lumerix {
+
+// A decimal number written the C way, whatever locale the process runs in:
+// an optional minus sign, digits with an optional point, an optional
+// exponent; the whole text and nothing else. No leading space or plus sign,
+// no hexadecimal, no infinities or NaN, and nothing that overflows a double
+// (such text is refused, not read as infinity).
+std::optional<double> parseDecimal(std::string_view text);
+
+// The value truncated toward zero, in decimal ("28" for 28.9, "-3" for
+// -3.7). Values past what a 64-bit integer holds are written as its limit,
+// and NaN as 0: settings files may hold any number.
+std::string truncatedInteger(double value);
+
+}  // namespace lumerix
