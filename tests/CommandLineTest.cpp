@@ -32,13 +32,15 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
       {{"--dump-cues", "a b.srt"}, Mode::dumpCues, "a b.srt"},
       {{"--dump-cues=x.vtt"}, Mode::dumpCues, "x.vtt"},
       {{"--dump-cues", "-odd-name.srt"}, Mode::dumpCues, "-odd-name.srt"},
-      {{"--headless"}, Mode::headless, ""},
-      {{"--headless", "ep1.srt"}, Mode::headless, "ep1.srt"},
-      {{"ep1.srt", "--headless"}, Mode::headless, "ep1.srt"},
-      {{"--headless", "--", "-dash.srt"}, Mode::headless, "-dash.srt"},
-      {{"--demo"}, Mode::headless, ""},
-      {{"--headless", "--demo"}, Mode::headless, ""},
-      {{}, Mode::usageError, ""},
+      {{"--headless"}, Mode::run, ""},
+      {{"--headless", "ep1.srt"}, Mode::run, "ep1.srt"},
+      {{"ep1.srt", "--headless"}, Mode::run, "ep1.srt"},
+      {{"--headless", "--", "-dash.srt"}, Mode::run, "-dash.srt"},
+      {{"--demo"}, Mode::run, ""},
+      {{"--headless", "--demo"}, Mode::run, ""},
+      {{}, Mode::run, ""},
+      {{"movie.srt"}, Mode::run, "movie.srt"},  // the launch form
+      {{"--player", "mpv", "movie.srt"}, Mode::run, "movie.srt"},
       {{"--dump-cues"}, Mode::usageError, ""},
       {{"--dump-cues="}, Mode::usageError, ""},
       {{"--dump-cues", "a", "b"}, Mode::usageError, ""},
@@ -48,7 +50,6 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
       {{"--demo", "a.srt"}, Mode::usageError, ""},
       {{"--frobnicate"}, Mode::usageError, ""},
       {{"-x"}, Mode::usageError, ""},
-      {{"movie.srt"}, Mode::usageError, ""},  // no window in this build to open it in
   };
   for (const Row& r : rows) {
     const CommandLine cl = parseCommandLine(r.args);
@@ -60,6 +61,9 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
     }
   }
   EXPECT_NE(parseCommandLine({"--frobnicate"}).error.find("'--frobnicate'"), std::string::npos);
+  EXPECT_TRUE(parseCommandLine({"--headless", "a.srt"}).headless);
+  EXPECT_FALSE(parseCommandLine({"a.srt"}).headless);
+  EXPECT_EQ(parseCommandLine({"--player=vlc"}).player, "vlc");
 }
 
 struct Run {
@@ -155,6 +159,17 @@ TEST(CommandLineProgram, DemoShowsTheSampleOnTimeAndStopsCleanly) {
   // millisecond), and shown while it lasts, however loaded the machine.
   EXPECT_GE((*first)["t"].get<double>(), 0.999);
   EXPECT_LT((*first)["t"].get<double>(), 3.5);
+}
+
+TEST(CommandLineProgram, TheLaunchFormFollowsAndSaysWhatItCannotDo) {
+  test::TempDir dir;
+  ::setenv("XDG_CONFIG_HOME", dir.path("config").c_str(), 1);
+  auto run = runFor({dir.path("no-such.srt")}, std::chrono::milliseconds(300));
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err,
+            "lumerix: this build has no window; printing what the bar would show (as --headless)\n"
+            "lumerix: " + dir.path("no-such.srt") + ": No such file or directory (starting without a subtitle)\n");
+  EXPECT_NE(run.out.find(R"("status":"⇄ Auto-syncing)"), std::string::npos) << run.out;
 }
 
 TEST(CommandLineProgram, DemoRunsWithoutAUsableTemporaryFolder) {

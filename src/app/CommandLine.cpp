@@ -1,5 +1,9 @@
 #include "app/CommandLine.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <ostream>
 
@@ -15,7 +19,6 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     cl.file.clear();
     return cl;
   };
-  if (args.empty()) return usage("nothing to do");
   bool headless = false, dumpCues = false, standalone = false;
   std::vector<std::string> files;
   for (std::size_t i = 0; i < args.size(); ++i) {
@@ -59,50 +62,66 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     cl.file = files[0];
     return cl;
   }
-  // There is no window in this build yet: --demo runs headless.
-  if (!headless && !cl.demo) return usage(files.empty() ? "nothing to do" : "unexpected argument '" + files[0] + "'");
   if (cl.demo && !files.empty()) return usage("--demo plays its own sample; drop '" + files[0] + "'");
   if (files.size() > 1) return usage("unexpected argument '" + files[1] + "'");
-  cl.mode = CommandLine::Mode::headless;
+  cl.mode = CommandLine::Mode::run;
+  cl.headless = headless;
   if (!files.empty()) cl.file = files[0];
   return cl;
 }
 
-std::string helpText() {
-  return "Usage: lumerix --headless [--player NAME] [FILE]\n"
-         "       lumerix --demo\n"
-         "       lumerix --dump-cues FILE\n"
-         "       lumerix --help | --version\n"
-         "\n"
-         "Lumerix shows subtitles for video whose player cannot load them, following\n"
-         "the player's position. This build has no window yet: it runs headless and\n"
-         "prints what the subtitle bar would show.\n"
-         "\n"
-         "  --headless [FILE]  follow the media player and print, one JSON object a\n"
-         "                     line, every change of the shown text\n"
-         "                     ({\"t\", \"text\", \"brand\"}) and of the status line\n"
-         "                     ({\"t\", \"status\"}) and of the player's full-screen\n"
-         "                     state ({\"t\", \"fullscreen\"}: the now-playing stream\n"
-         "                     leads then); t is seconds since start. FILE is\n"
-         "                     the subtitle to load. Stops on Ctrl-C, saving the timing\n"
-         "                     next to FILE as FILE.sync.json.\n"
-         "  --player NAME      follow the MPRIS player org.mpris.MediaPlayer2.NAME\n"
-         "                     (and its NAME.* instances), e.g. mpv or vlc. Without\n"
-         "                     it: the \"TargetPlayer\" setting, else whichever\n"
-         "                     player is playing\n"
-         "  --demo             the same, against a built-in player that plays from 0 s\n"
-         "                     (\"Demo S01E01\") with a bundled sample subtitle; your\n"
-         "                     settings are not touched\n"
-         "  --dump-cues FILE   read FILE (SubRip .srt or WebVTT .vtt; UTF-8, GB 18030,\n"
-         "                     Big5 or ISO 8859-1) and print its cues to stdout as a\n"
-         "                     JSON array of {\"start\", \"end\", \"text\"}, sorted by\n"
-         "                     start, times in seconds. Exit status 1 if FILE cannot\n"
-         "                     be read.\n"
-         "  -h, --help         show this help and exit\n"
-         "  --version          print the version and exit\n"
-         "\n"
-         "Settings live in $XDG_CONFIG_HOME/lumerix/settings.json (~/.config/...).\n"
-         "Exit status 2 for a command line that cannot be understood.\n";
+std::optional<std::string> missingStartupFileNote(const std::string& file) {
+  struct stat st {};
+  if (file.empty() || ::stat(file.c_str(), &st) == 0) return std::nullopt;
+  return "lumerix: " + file + ": " + std::strerror(errno) + " (starting without a subtitle)";
+}
+
+std::string helpText(bool window) {
+  std::string text =
+      "Usage: lumerix [--player NAME] [FILE]\n"
+      "       lumerix --headless [--player NAME] [FILE]\n"
+      "       lumerix --demo [--headless]\n"
+      "       lumerix --dump-cues FILE\n"
+      "       lumerix --help | --version\n"
+      "\n"
+      "Lumerix shows subtitles for video whose player cannot load them, following\n"
+      "the player's position.\n"
+      "\n";
+  text += window ? "  [FILE]             show the subtitle bar, following the media player, with\n"
+                   "                     FILE (SubRip .srt or WebVTT .vtt) loaded\n"
+                 : "  [FILE]             this build has no window: the same as --headless [FILE]\n";
+  text +=
+      "  --headless [FILE]  follow the media player and print, one JSON object a\n"
+      "                     line, every change of the shown text\n"
+      "                     ({\"t\", \"text\", \"brand\"}) and of the status line\n"
+      "                     ({\"t\", \"status\"}) and of the player's full-screen\n"
+      "                     state ({\"t\", \"fullscreen\"}: the now-playing stream\n"
+      "                     leads then); t is seconds since start. FILE is\n"
+      "                     the subtitle to load. Stops on Ctrl-C, saving the timing\n"
+      "                     next to FILE as FILE.sync.json.\n"
+      "  --player NAME      follow the MPRIS player org.mpris.MediaPlayer2.NAME\n"
+      "                     (and its NAME.* instances), e.g. mpv or vlc. Without\n"
+      "                     it: the \"TargetPlayer\" setting, else whichever\n"
+      "                     player is playing\n";
+  text += window ? "  --demo             the bar against a built-in player that plays from 0 s\n"
+                   "                     (\"Demo S01E01\") with a bundled sample subtitle; with\n"
+                   "                     --headless, printed instead; your settings are not\n"
+                   "                     touched\n"
+                 : "  --demo             the same, against a built-in player that plays from 0 s\n"
+                   "                     (\"Demo S01E01\") with a bundled sample subtitle; your\n"
+                   "                     settings are not touched\n";
+  text +=
+      "  --dump-cues FILE   read FILE (SubRip .srt or WebVTT .vtt; UTF-8, GB 18030,\n"
+      "                     Big5 or ISO 8859-1) and print its cues to stdout as a\n"
+      "                     JSON array of {\"start\", \"end\", \"text\"}, sorted by\n"
+      "                     start, times in seconds. Exit status 1 if FILE cannot\n"
+      "                     be read.\n"
+      "  -h, --help         show this help and exit\n"
+      "  --version          print the version and exit\n"
+      "\n"
+      "Settings live in $XDG_CONFIG_HOME/lumerix/settings.json (~/.config/...).\n"
+      "Exit status 2 for a command line that cannot be understood.\n";
+  return text;
 }
 
 std::string versionText() {

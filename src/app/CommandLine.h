@@ -1,6 +1,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,18 +10,25 @@
 namespace lumerix {
 
 struct CommandLine {
-  enum class Mode { help, version, dumpCues, headless, usageError };
+  enum class Mode { help, version, dumpCues, run, usageError };
   Mode mode = Mode::help;
-  std::string file;    // dumpCues: the subtitle file; headless: the start-up subtitle, if any
-  bool demo = false;   // headless: the built-in player and the bundled sample
-  std::string player;  // headless: the MPRIS player to follow; empty: the setting, else any
-  std::string error;   // usageError: one line for stderr
+  std::string file;       // dumpCues: the subtitle file; run: the start-up subtitle, if any
+  bool headless = false;  // run: print what the bar would show instead of showing it
+  bool demo = false;      // run: the built-in player and the bundled sample
+  std::string player;     // run: the MPRIS player to follow; empty: the setting, else any
+  std::string error;      // usageError: one line for stderr
 };
 
-// args excludes the program name.
+// args excludes the program name. `lumerix [FILE]` runs the program (the
+// bar, following the player, with FILE loaded).
 CommandLine parseCommandLine(const std::vector<std::string>& args);
 
-std::string helpText();
+// Said on stderr when the start-up subtitle named on the command line does
+// not exist: the program starts without one, as it would with no name.
+std::optional<std::string> missingStartupFileNote(const std::string& file);
+
+// window: whether this build shows the bar (else it runs headless).
+std::string helpText(bool window);
 std::string versionText();
 
 // The cues as one JSON array of {"start", "end", "text"} objects, in list
