@@ -9,6 +9,7 @@
 #include "SyncTestSupport.h"
 #include "app/Controller.h"
 #include "overlay/TextLayers.h"
+#include "sync/SourceTexts.h"
 #include "util/Files.h"
 
 namespace lumerix {
@@ -531,6 +532,63 @@ TEST(ControllerPreferences, ControlsWriteAtOnceAndTheWindowShowsTheLiveValues) {
   EXPECT_EQ(prefs::strokeValueLabel(7), "7.0");
   EXPECT_EQ(prefs::alphaValueLabel(0.92), "92%");
   EXPECT_EQ(prefs::alphaValueLabel(0.29), "28%");  // 28.999...: one less, as intended
+}
+
+// The Linux build names the player it follows and never speaks of the TV
+// app, the Automation setting or an app bundle; episodes come from S01E02
+// tags first, since players there report file names.
+TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
+  std::vector<std::string> words;
+  auto collect = [&](const UiTexts& t) {
+    for (const auto* s : {&t.startHint, &t.notConnected, &t.grantMenuTitle, &t.grantHint}) words.push_back(*s);
+    for (const Alert* a : {&t.permissionAlert, &t.aboutAlert, &t.onboardingAlert}) {
+      words.push_back(a->message + a->informative);
+      for (const auto& row : a->guide) words.push_back(row.heading + row.body);
+    }
+  };
+  collect(linuxUiTexts("mpv"));
+  collect(linuxUiTexts(""));
+  for (const SourceTexts& t : {linuxSourceTexts("mpv", {"/usr/libexec/lumerix"}), linuxSourceTexts("", {})}) {
+    for (const auto* s : {&t.poller.connecting, &t.poller.permission, &t.poller.idle, &t.poller.unreadable,
+                          &t.stream.missing, &t.stream.noPosition, &t.stream.otherPlayerSuffix}) {
+      words.push_back(*s);
+    }
+  }
+  for (const std::string& w : words) {
+    for (const char* banned : {"TV", "Automation", "bundle", "macOS", "System Settings"}) {
+      EXPECT_EQ(w.find(banned), std::string::npos) << banned << " in: " << w;
+    }
+  }
+  EXPECT_EQ(linuxSourceTexts("mpv", {}).poller.idle, "mpv is not playing");
+  EXPECT_EQ(linuxSourceTexts("", {}).poller.idle, "No player is playing");
+  EXPECT_EQ(linuxSourceTexts("", {"/opt/a", "/usr/libexec/lumerix"}).stream.missing,
+            "Sync helper lumerix-mpris is missing (looked in /opt/a, /usr/libexec/lumerix)");
+
+  Rig r;
+  r.dir.write("Show.S01E02.srt", kThreeCues);
+  r.dir.write("Show.S01E01.srt", kThreeCues);
+  r.c = std::make_unique<Controller>(ControllerServices{r.clock, r.settings, r.host, r.dialogs, r.dialogs},
+                                     std::move(r.owned), std::nullopt,
+                                     Conventions{linuxUiTexts("mpv"), EpisodeRule::seasonEpisodeTag});
+  EXPECT_TRUE(r.host.status.starts_with("⇄ Auto-syncing with mpv — click me once")) << r.host.status;
+  r.settings.set("SubtitleFolder", test::TempDir::parentOf(r.dir.path("x")));
+  r.tickAt(1, "Show.S01E02.mkv");
+  EXPECT_EQ(r.s().subName, "Show.S01E02.srt");
+  r.c->menuGrantPermission();  // nothing to open, only words
+  r.source->permission = true;
+  r.tickAt(2, "Show.S01E02.mkv");
+  EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "alert:Lumerix can't follow mpv"));
+  EXPECT_EQ(r.host.status, "Nothing to grant: players share their position over MPRIS");
+  EXPECT_EQ(r.c->menu().at(10).title, "Player Permission…");
+
+  Rig mac;  // the same name on macOS: the first number, episode 1
+  mac.dir.write("Show.S01E02.srt", kThreeCues);
+  mac.dir.write("Show.S01E01.srt", kThreeCues);
+  mac.start();
+  mac.settings.set("SubtitleFolder", test::TempDir::parentOf(mac.dir.path("x")));
+  mac.tickAt(1, "Show.S01E02.mkv");
+  EXPECT_EQ(mac.s().subName, "Show.S01E01.srt");
+  EXPECT_EQ(mac.c->menu().at(10).title, "Grant TV Permission…");
 }
 
 TEST(ControllerPanel, HoverAndKeyHints) {

@@ -49,7 +49,7 @@ TEST(MprisHelper, AnswersReadBackThroughTheSources) {
   EXPECT_EQ(mpris::isoTimestamp(1.7e9 + 0.9996), "2023-11-14T22:13:21.000Z");
   MediaRemoteSync mr(
       system, [] { return std::nullopt; }, "org.mpris.MediaPlayer2.vlc", 2.0,
-      MediaRemoteSync::TargetMatch::withInstances);
+      MediaRemoteSync::TargetMatch::withInstances, linuxSourceTexts("vlc", {}).stream);
   system.wall = 1.7e9 + 2.0;  // two seconds after the sample
   mr.consume(mpris::streamLine(mpris::fullPayload(player("vlc.instance42", "Playing", 40.0, "Ep 2"), 1.7e9), false) +
              "\n");
@@ -68,7 +68,7 @@ TEST(MprisHelper, AnswersReadBackThroughTheSources) {
   EXPECT_EQ(mr.snapshot().status, "Nothing is playing");
   // Another player than the chosen one is not followed.
   mr.consume(mpris::streamLine(mpris::fullPayload(player("vlcx", "Playing"), 1.7e9), false) + "\n");
-  EXPECT_EQ(mr.snapshot().status, "Active player is org.mpris.MediaPlayer2.vlcx — waiting for the TV app");
+  EXPECT_EQ(mr.snapshot().status, "Active player is org.mpris.MediaPlayer2.vlcx — waiting for vlc");
 }
 
 }  // namespace

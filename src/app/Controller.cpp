@@ -39,8 +39,8 @@ double clamp(double v, double lo, double hi) {
 }  // namespace
 
 Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> source,
-                       std::optional<std::string> subtitlePath)
-    : services(services), sync(std::move(source)) {
+                       std::optional<std::string> subtitlePath, Conventions conventions)
+    : services(services), conventions(std::move(conventions)), sync(std::move(source)) {
   s.autoPick = !subtitlePath.has_value();
   SettingsStore& defaults = services.defaults;
   defaults.registerDefaults(
@@ -54,7 +54,7 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
   sync->start();
   buildPanel();
   if (subtitlePath) loadSubtitle(*subtitlePath);
-  showHint(texts::startHint);
+  showHint(this->conventions.texts.startHint);
 }
 
 // ---- the tick ----------------------------------------------------------------
@@ -257,7 +257,7 @@ void Controller::quit() noexcept {
 void Controller::markPoint(int n) noexcept {
   const SyncSnapshot snap = sync->snapshot();
   if (!snap.position) {
-    showHint(texts::notConnected);
+    showHint(conventions.texts.notConnected);
     return;
   }
   const double v = *snap.position;
@@ -476,19 +476,20 @@ void Controller::perform(MenuAction action) noexcept {
 
 void Controller::presentPermissionAlert() noexcept {
   services.app.activate();
-  if (services.dialogs.runAlert(texts::permissionAlert()) == 0) {
-    services.app.openURL(std::string(texts::automationSettingsURL));
+  const UiTexts& t = conventions.texts;
+  if (services.dialogs.runAlert(t.permissionAlert) == 0 && !t.permissionSettingsURL.empty()) {
+    services.app.openURL(t.permissionSettingsURL);
   }
 }
 
 void Controller::menuGrantPermission() noexcept {
-  services.app.openURL(std::string(texts::automationSettingsURL));
-  showHint(texts::grantHint);
+  if (!conventions.texts.permissionSettingsURL.empty()) services.app.openURL(conventions.texts.permissionSettingsURL);
+  showHint(conventions.texts.grantHint);
 }
 
 void Controller::menuAbout() noexcept {
   services.app.activate();
-  services.dialogs.runAlert(texts::aboutAlert());
+  services.dialogs.runAlert(conventions.texts.aboutAlert);
 }
 
 void Controller::menuHowTo() noexcept {
@@ -497,7 +498,7 @@ void Controller::menuHowTo() noexcept {
 
 void Controller::showOnboarding() noexcept {
   services.app.activate();
-  services.dialogs.runAlert(texts::onboardingAlert());
+  services.dialogs.runAlert(conventions.texts.onboardingAlert);
 }
 
 std::string Controller::debugLine(const PanelDiagnostics& p) {

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "app/Conventions.h"
 #include "platform/Clock.h"
 #include "platform/Dialogs.h"
 #include "platform/OverlayHost.h"
@@ -101,11 +102,15 @@ class Controller {
   // Reads the settings, starts the source, builds the panel, loads the
   // start-up subtitle and shows the start hint. The shell then calls tick()
   // every 0.05 s.
-  Controller(ControllerServices services, std::unique_ptr<SyncSource> sync, std::optional<std::string> subtitlePath);
+  Controller(ControllerServices services, std::unique_ptr<SyncSource> sync, std::optional<std::string> subtitlePath,
+             Conventions conventions = {});
   Controller(const Controller&) = delete;
   Controller& operator=(const Controller&) = delete;
 
   const State& state() const { return s; }
+  const Conventions& platformConventions() const { return conventions; }
+  // The menu-bar item's menu, in this platform's words.
+  std::vector<MenuItem> menu() const { return statusMenu(conventions.texts); }
   SyncSource& source() { return *sync; }
 
   void tick() noexcept;
@@ -175,6 +180,7 @@ class Controller {
   double now() const { return services.clock.uptime(); }
 
   ControllerServices services;
+  const Conventions conventions;
   std::unique_ptr<SyncSource> sync;
   State s;
   // Reused by every tick, so that steady ticks do not allocate.

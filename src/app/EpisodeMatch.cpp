@@ -35,6 +35,25 @@ std::optional<long long> numberIn(std::string_view track) {
   return std::nullopt;
 }
 
+std::optional<long long> seasonEpisodeIn(std::string_view track) {
+  auto digit = [&](std::size_t i) { return i < track.size() && track[i] >= '0' && track[i] <= '9'; };
+  for (std::size_t s = 0; s < track.size(); ++s) {
+    if (track[s] != 'S' && track[s] != 's') continue;
+    std::size_t i = s + 1;
+    while (digit(i) && i - s <= 2) ++i;
+    const std::size_t seasonDigits = i - s - 1;
+    if (seasonDigits == 0 || digit(i) || i >= track.size() || (track[i] != 'E' && track[i] != 'e')) continue;
+    const std::size_t from = ++i;
+    while (digit(i)) ++i;
+    if (i == from) continue;
+    long long value = 0;
+    const auto [ptr, ec] = std::from_chars(track.data() + from, track.data() + i, value);
+    if (ec != std::errc()) return std::nullopt;  // an episode past any integer is no episode
+    return value;
+  }
+  return std::nullopt;
+}
+
 bool nameMatches(std::string_view name, long long episode) {
   if (!unicode::isValidUtf8(name)) return false;
   const std::string number = std::to_string(episode);

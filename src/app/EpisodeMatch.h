@@ -11,6 +11,11 @@ namespace lumerix::episode {
 // "Part 2: Chapter 7" gives 2.
 std::optional<long long> numberIn(std::string_view track);
 
+// The episode of an "S01E02" tag, S\d{1,2}E(\d+) in either case with ASCII
+// digits, first match anywhere: players that report file names
+// ("Show.S01E02.mkv") put the episode there, not in the first number.
+std::optional<long long> seasonEpisodeIn(std::string_view track);
+
 // Whether a lower-cased file name contains  s\d{1,2}e0*<episode>(\D|$) ,
 // matched case-insensitively (so the long s, U+017F, counts as "s").
 bool nameMatches(std::string_view lowercasedName, long long episode);

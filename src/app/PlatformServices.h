@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "app/Conventions.h"
 #include "platform/SettingsStore.h"
 #include "platform/System.h"
 #include "sync/FusedSync.h"
@@ -21,6 +22,7 @@ struct PlayerServices {
   std::unique_ptr<System> system;      // declared first: outlives the source
   std::unique_ptr<SyncSource> source;  // the fused source, not started; for the controller
   FusedSync* fused = nullptr;          // the same source, to see which of its halves leads
+  Conventions conventions;             // this platform's words (naming the player) and rules
 };
 
 // The machine and the source following the player. player: the one the

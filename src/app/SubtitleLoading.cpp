@@ -75,7 +75,9 @@ void Controller::maybeAutoPick(const std::string& track) noexcept {
   // react to a track that was already playing.
   s.lastTrack = track;
   if (!s.autoPick || track.empty()) return;
-  const auto number = episode::numberIn(track);
+  std::optional<long long> number;
+  if (conventions.episodes == EpisodeRule::seasonEpisodeTag) number = episode::seasonEpisodeIn(track);
+  if (!number) number = episode::numberIn(track);
   if (!number) return;
   if (const auto found = findEpisodeSubtitle(*number)) {
     if (!s.subPath || unicode::composed(*s.subPath) != unicode::composed(*found)) loadSubtitle(*found);

@@ -135,17 +135,18 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   // The demo keeps its settings in memory: it must not change the user's.
   std::unique_ptr<SettingsStore> settings =
       options.demo ? std::make_unique<MemorySettingsStore>() : platform::makeUserSettingsStore(err);
-  platform::PlayerServices player;
+  // The demo still speaks as this platform does; only its player is built in.
+  platform::PlayerServices player = platform::makePlayerServices(*settings, options.player);
   std::unique_ptr<SyncSource> source;
   std::optional<DemoFolder> demo;
   std::optional<std::string> subtitle;
   if (options.demo) {
     source = std::make_unique<DemoSync>(clock);
+    player.fused = nullptr;
     demo.emplace();
     subtitle = demo->subtitle();
     if (!subtitle) err << "lumerix: no folder for the demo's sample subtitle (" << demo->error() << ")\n";
   } else {
-    player = platform::makePlayerServices(*settings, options.player);
     source = std::move(player.source);
     if (options.subtitle) subtitle = startupSubtitlePath({"lumerix", *options.subtitle});
   }
@@ -153,7 +154,7 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   const double started = clock.uptime();
   ConsoleHost host(clock, out);
   ConsoleDialogs dialogs(clock, out, quit);
-  Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle);
+  Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle, player.conventions);
 
   using namespace std::chrono;
   const auto period = duration_cast<steady_clock::duration>(duration<double>(Controller::tickInterval));

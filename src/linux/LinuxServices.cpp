@@ -21,12 +21,17 @@ PlayerServices makePlayerServices(SettingsStore& settings, const std::string& pl
   PlayerServices p;
   p.system = std::make_unique<LinuxSystem>(name);
   const SyncCommands commands = linuxSyncCommands(LinuxSystem::helperPath(), name);
+  const SourceTexts texts = linuxSourceTexts(name, LinuxSystem::helperPlaces());
+  TVSync::Options poller{commands.poll, commands.consent};
+  poller.texts = texts.poller;
   auto fused = std::make_unique<FusedSync>(
-      *p.system, std::make_unique<TVSync>(*p.system, TVSync::Options{commands.poll, commands.consent}),
+      *p.system, std::make_unique<TVSync>(*p.system, poller),
       std::make_unique<MediaRemoteSync>(*p.system, commands.stream, commands.streamTarget, 2.0,
-                                        commands.streamTargetMatch));
+                                        commands.streamTargetMatch, texts.stream));
   p.fused = fused.get();
   p.source = std::move(fused);
+  // Players here report file names: "Show.S01E02.mkv" is episode 2.
+  p.conventions = {linuxUiTexts(name), EpisodeRule::seasonEpisodeTag};
   return p;
 }
 

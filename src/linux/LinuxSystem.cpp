@@ -135,13 +135,19 @@ std::vector<ScreenSize> LinuxSystem::screenSizes() {
   return sizes;
 }
 
-std::string LinuxSystem::helperPath() {
+std::vector<std::string> LinuxSystem::helperPlaces() {
+  std::vector<std::string> places;
   char self[PATH_MAX];
   const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
-  if (n > 0) {
-    const std::string beside =
-        path::append(path::parent(std::string(self, static_cast<std::size_t>(n))), "lumerix-mpris");
-    if (::access(beside.c_str(), X_OK) == 0) return beside;
+  if (n > 0) places.push_back(path::parent(std::string(self, static_cast<std::size_t>(n))));
+  places.push_back(path::parent(LUMERIX_HELPER_INSTALL_PATH));
+  return places;
+}
+
+std::string LinuxSystem::helperPath() {
+  for (const std::string& place : helperPlaces()) {
+    const std::string candidate = path::append(place, "lumerix-mpris");
+    if (::access(candidate.c_str(), X_OK) == 0) return candidate;
   }
   return LUMERIX_HELPER_INSTALL_PATH;
 }

@@ -34,6 +34,8 @@ class LinuxSystem : public System {
 
   // lumerix-mpris beside our own executable, else where it is installed.
   static std::string helperPath();
+  // The folders helperPath() looks in, in order.
+  static std::vector<std::string> helperPlaces();
 
  private:
   _GDBusConnection* bus();

@@ -7,12 +7,14 @@
 namespace lumerix {
 
 MediaRemoteSync::MediaRemoteSync(const Clock& clock, CommandProvider adapterCommand, std::string targetBundleID,
-                                 double relaunchDelay, TargetMatch targetMatch)
+                                 double relaunchDelay, TargetMatch targetMatch, StreamTexts texts)
     : clock(clock),
       adapterCommand(std::move(adapterCommand)),
       targetBundleID(std::move(targetBundleID)),
       relaunchDelay(relaunchDelay),
-      targetMatch(targetMatch) {}
+      targetMatch(targetMatch),
+      texts(std::move(texts)),
+      statusText(this->texts.connecting) {}
 
 void MediaRemoteSync::start() {
   worker.start([this] { run(); });
@@ -46,7 +48,7 @@ void MediaRemoteSync::run() {
     if (!command) {
       std::lock_guard<std::mutex> guard(lock);
       ok = false;
-      statusText = missingText;
+      statusText = texts.missing;
       return;  // nothing to retry with
     }
     auto ran = worker.processes().stream(*command, [this](std::string_view data) { consume(data); });
@@ -54,14 +56,14 @@ void MediaRemoteSync::run() {
     if (!ran) {
       std::lock_guard<std::mutex> guard(lock);
       ok = false;
-      statusText = std::string(launchFailedPrefix) + ran.error();
+      statusText = texts.launchFailedPrefix + ran.error();
       return;  // a helper that cannot start will not start in 2 s either
     }
     {
       // The merged state is kept: the next run's first diff builds on it.
       std::lock_guard<std::mutex> guard(lock);
       ok = false;
-      statusText = restartingText;
+      statusText = texts.restarting;
     }
     if (!worker.pause(relaunchDelay)) break;
   }
@@ -99,7 +101,7 @@ void MediaRemoteSync::apply() {
   if (merged.empty()) {
     ok = false;
     idleFlag = true;
-    statusText = nothingPlayingText;
+    statusText = texts.nothingPlaying;
     return;
   }
   const auto bundle = merged.find("bundleIdentifier");
@@ -110,14 +112,14 @@ void MediaRemoteSync::apply() {
   if (!ours) {
     ok = false;
     idleFlag = true;
-    statusText = "Active player is " + id + " — waiting for the TV app";
+    statusText = texts.otherPlayerPrefix + id + texts.otherPlayerSuffix;
     return;
   }
   const auto position = merged.find("elapsedTime");
   if (position == merged.end() || !position->is_number() || !std::isfinite(position->get<double>())) {
     ok = false;
     idleFlag = false;
-    statusText = noPositionText;
+    statusText = texts.noPosition;
     return;
   }
   idleFlag = false;

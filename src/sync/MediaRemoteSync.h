@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/Clock.h"
+#include "sync/SourceTexts.h"
 #include "sync/Subprocess.h"
 #include "sync/SyncSource.h"
 #include "sync/Worker.h"
@@ -20,13 +21,6 @@ namespace lumerix {
 // JSON lines, and the merged state gives an anchor to extrapolate from.
 class MediaRemoteSync : public SyncSource {
  public:
-  static constexpr std::string_view connectingText = "Connecting to media services…";
-  static constexpr std::string_view missingText = "Sync helper is missing from the app bundle";
-  static constexpr std::string_view launchFailedPrefix = "Cannot launch sync helper: ";
-  static constexpr std::string_view restartingText = "Sync helper stopped — restarting…";
-  static constexpr std::string_view nothingPlayingText = "Nothing is playing";
-  static constexpr std::string_view noPositionText = "TV app reports no playback position yet";
-
   // The helper's command line, looked up afresh for every launch; absent
   // when the helper is not installed.
   using CommandProvider = std::function<std::optional<std::vector<std::string>>()>;
@@ -39,7 +33,8 @@ class MediaRemoteSync : public SyncSource {
   // targetBundleID: the only player whose information counts; empty
   // accepts any player.
   MediaRemoteSync(const Clock& clock, CommandProvider adapterCommand, std::string targetBundleID = "com.apple.TV",
-                  double relaunchDelay = 2.0, TargetMatch targetMatch = TargetMatch::exact);
+                  double relaunchDelay = 2.0, TargetMatch targetMatch = TargetMatch::exact,
+                  StreamTexts texts = macSourceTexts().stream);
   ~MediaRemoteSync() override = default;  // the worker stops and joins first
 
   void start() override;
@@ -64,6 +59,7 @@ class MediaRemoteSync : public SyncSource {
   const std::string targetBundleID;
   const double relaunchDelay;
   const TargetMatch targetMatch;
+  const StreamTexts texts;
 
   mutable std::mutex lock;  // guards ok through idleFlag
   bool ok = false;
@@ -72,7 +68,7 @@ class MediaRemoteSync : public SyncSource {
   double anchorUptime = 0;
   bool playingFlag = false;
   std::string title;
-  std::string statusText{connectingText};
+  std::string statusText;
   bool idleFlag = false;
 
   // Reader side only: one call at a time, no lock.

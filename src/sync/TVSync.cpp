@@ -36,7 +36,7 @@ std::optional<double> parsePosition(std::string_view field) {
 }  // namespace
 
 TVSync::TVSync(System& system, Options options)
-    : system(system), options(std::move(options)), anchorTS(system.uptime()) {}
+    : system(system), options(std::move(options)), anchorTS(system.uptime()), statusText(this->options.texts.connecting) {}
 
 void TVSync::start() {
   worker.start([this] { main(); });
@@ -141,7 +141,7 @@ void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, do
     permissionDenied = true;
     consentGranted = false;
     idleFlag = false;
-    statusText = permissionText;
+    statusText = options.texts.permission;
     failedPolls = 0;
     return;
   }
@@ -149,7 +149,7 @@ void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, do
   if (++failedPolls < 3) return;
   ok = false;
   idleFlag = out == "off" || out.starts_with("err") || out.find("missing value") != std::string_view::npos;
-  statusText = permissionDenied ? permissionText : idleFlag ? idleText : unreadableText;
+  statusText = permissionDenied ? options.texts.permission : idleFlag ? options.texts.idle : options.texts.unreadable;
 }
 
 void TVSync::maybeRequestConsent() {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/System.h"
+#include "sync/SourceTexts.h"
 #include "sync/Subprocess.h"
 #include "sync/SyncSource.h"
 #include "sync/Worker.h"
@@ -18,12 +19,6 @@ namespace lumerix {
 // into a smoothly advancing clock.
 class TVSync : public SyncSource {
  public:
-  static constexpr std::string_view connectingText = "Connecting to the TV app…";
-  static constexpr std::string_view permissionText =
-      "Automation permission needed — System Settings › Privacy & Security › Automation › Lumerix → enable TV";
-  static constexpr std::string_view idleText = "TV app is not playing";
-  static constexpr std::string_view unreadableText = "Cannot read the TV app (check Automation permission)";
-
   // Sent to osascript on macOS, byte for byte.
   static constexpr std::string_view pollScript =
       "if application \"TV\" is running then\n"
@@ -56,6 +51,7 @@ class TVSync : public SyncSource {
     std::vector<std::string> consentCommand;
     double pollInterval = 0.35;  // pause after each poll ends
     double pollTimeout = 5.0;
+    PollerTexts texts = macSourceTexts().poller;
   };
 
   TVSync(System& system, Options options);
@@ -91,7 +87,7 @@ class TVSync : public SyncSource {
   double anchorPos = 0;
   double anchorTS;
   std::string track;
-  std::string statusText{connectingText};
+  std::string statusText;
   bool permissionDenied = false;
   bool idleFlag = false;
   std::optional<double> lastRawPos;

@@ -1,8 +1,10 @@
 #include "ui/Menu.h"
 
+#include "ui/Texts.h"
+
 namespace lumerix {
 
-std::vector<MenuItem> statusMenu() {
+std::vector<MenuItem> statusMenu(const UiTexts& texts) {
   using A = MenuAction;
   const MenuItem separator{};
   return {
@@ -24,7 +26,7 @@ std::vector<MenuItem> statusMenu() {
       separator,
       {"Preferences…", ",", A::prefs, {}},
       {"Check for Updates…", "", A::checkUpdates, {}},
-      {"Grant TV Permission…", "", A::grantPermission, {}},
+      {texts.grantMenuTitle, "", A::grantPermission, {}},
       {"How to Use…", "", A::howTo, {}},
       {"About Lumerix", "", A::about, {}},
       separator,

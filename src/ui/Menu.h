@@ -32,7 +32,10 @@ struct MenuItem {
   bool separator() const { return title.empty(); }
 };
 
-// The status item's menu, top to bottom; built once, never changed.
-std::vector<MenuItem> statusMenu();
+struct UiTexts;
+
+// The status item's menu, top to bottom, in a platform's words; built once,
+// never changed.
+std::vector<MenuItem> statusMenu(const UiTexts& texts);
 
 }  // namespace lumerix
