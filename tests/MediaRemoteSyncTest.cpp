@@ -73,12 +73,21 @@ TEST(MediaRemoteLines, RateAndTimestampPlaceTheAnchor) {
       {"2023-11-14 22:13:20Z", 10}, {"2023-11-14T22:13:20.5Z", 10},     {"2023-11-14T22:13:20+00:00", 10},
       {"2023-02-29T22:13:20Z", 10},
   };
-  for (const auto& [stamp, expected] : stamps) {
+  auto stampedAt = [&](const char* stamp) {
     s.mr.consume(
         line(std::string(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":10,"playing":true,"timestamp":")") +
              stamp + "\"}"));
-    EXPECT_DOUBLE_EQ(s.position(), expected) << stamp;
-  }
+    return s.position();
+  };
+  for (const auto& [stamp, expected] : stamps) EXPECT_DOUBLE_EQ(stampedAt(stamp), expected) << stamp;
+  // Whole seconds less than one second old: the sample is taken as fresh,
+  // since the stamp only says which second it fell in. Millisecond stamps
+  // keep their age.
+  s.clock.wall = 1.7e9 + 0.6;
+  EXPECT_DOUBLE_EQ(stampedAt("2023-11-14T22:13:20Z"), 10);
+  EXPECT_NEAR(stampedAt("2023-11-14T22:13:20.000Z"), 10.6, 1e-6);
+  s.clock.wall = 1.7e9 + 1.0;
+  EXPECT_DOUBLE_EQ(stampedAt("2023-11-14T22:13:20Z"), 11);
   EXPECT_EQ(MediaRemoteSync::parseDate("2024-02-29T00:00:00.001Z"), 1709164800.001);
   EXPECT_EQ(MediaRemoteSync::parseDate("1970-01-01T00:00:00Z"), 0.0);
 }

@@ -133,7 +133,15 @@ void MediaRemoteSync::apply() {
   double age = 0;
   const auto stamp = merged.find("timestamp");
   if (stamp != merged.end() && stamp->is_string()) {
-    if (auto date = parseDate(stamp->get_ref<const std::string&>())) age = std::max(0.0, clock.wallClock() - *date);
+    const std::string& text = stamp->get_ref<const std::string&>();
+    if (auto date = parseDate(text)) {
+      const double lag = clock.wallClock() - *date;
+      // A stamp cut to the whole second lies up to a second before the
+      // sample it names; within that second, the line's arrival is the
+      // better guess.
+      const bool wholeSeconds = text.size() == 20;
+      age = wholeSeconds && lag >= 0 && lag < 1.0 ? 0.0 : std::max(0.0, lag);
+    }
   }
   elapsed = position->get<double>();
   rate = hasRate ? rateValue->get<double>() : playing ? 1.0 : 0.0;
