@@ -79,11 +79,11 @@ std::string slurp(const std::string& path) {
 }
 
 // Runs the real executable, as users and scripts do.
-Run lumerix(const std::string& args) {
+Run lumerix(const std::string& args, const std::string& program = LUMERIX_BINARY) {
   // ctest runs tests in parallel processes: name the files after this one.
   const std::string base = ::testing::TempDir() + "/lumerix-cli-" + std::to_string(::getpid());
   const std::string out = base + ".out", err = base + ".err";
-  const std::string cmd = std::string("'") + LUMERIX_BINARY + "' " + args + " >'" + out + "' 2>'" + err + "'";
+  const std::string cmd = "'" + program + "' " + args + " >'" + out + "' 2>'" + err + "'";
   const int raw = std::system(cmd.c_str());
   Run run{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
   std::remove(out.c_str());
@@ -105,6 +105,12 @@ TEST(CommandLineProgram, HelpVersionAndUsageErrors) {
   EXPECT_EQ(bad.status, 2);
   EXPECT_EQ(bad.out, "");
   EXPECT_EQ(std::count(bad.err.begin(), bad.err.end(), '\n'), 1) << bad.err;
+
+  const std::string helper = test::TempDir::parentOf(LUMERIX_BINARY) + "/lumerix-mpris";
+  auto helperHelp = lumerix("--help", helper);
+  EXPECT_EQ(helperHelp.status, 0);
+  EXPECT_TRUE(helperHelp.out.starts_with("usage: lumerix-mpris poll|stream")) << helperHelp.out;
+  EXPECT_EQ(lumerix("frobnicate", helper).status, 2);
 }
 
 TEST(CommandLineProgram, DumpCuesPrintsExactlyWhatTheReaderReads) {

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "FakeSystem.h"
+#include "SyncTestSupport.h"
 #include "linux/Mpris.h"
 #include "sync/MediaRemoteSync.h"
 #include "sync/TVSync.h"
@@ -28,6 +29,19 @@ TEST(MprisHelper, PlayerChoice) {
   const std::vector<Player> idle{player("a", "Stopped"), player("b", "Paused")};
   EXPECT_EQ(mpris::choose(idle, "", "org.mpris.MediaPlayer2.a"), "org.mpris.MediaPlayer2.a");
   EXPECT_EQ(mpris::choose(idle, "", "org.mpris.MediaPlayer2.gone"), "org.mpris.MediaPlayer2.b");
+
+  // The stream's memory of who played last is what the one-shot poll reads.
+  test::TempDir dir;
+  const std::string memory = dir.path("lumerix/played-last");
+  EXPECT_EQ(mpris::readPlayedLast(memory), std::nullopt);
+  mpris::writePlayedLast(memory, "org.mpris.MediaPlayer2.mpv");
+  EXPECT_EQ(mpris::readPlayedLast(memory), "org.mpris.MediaPlayer2.mpv");
+  dir.write("lumerix/played-last", "rubbish\n");
+  EXPECT_EQ(mpris::readPlayedLast(memory), std::nullopt);
+  ::setenv("XDG_RUNTIME_DIR", "/run/user/1000", 1);
+  EXPECT_EQ(mpris::playedLastFile(), "/run/user/1000/lumerix/played-last");
+  ::unsetenv("XDG_RUNTIME_DIR");
+  EXPECT_EQ(mpris::playedLastFile(), std::nullopt);
 }
 
 // The answers must read the way the poller and the stream expect them.
@@ -64,6 +78,14 @@ TEST(MprisHelper, AnswersReadBackThroughTheSources) {
   mr.consume(diff + "\n");
   EXPECT_DOUBLE_EQ(*mr.snapshot().position, 45.0);
   EXPECT_FALSE(mr.snapshot().playing);
+  // The player stops: its position is gone, not frozen where it was.
+  const std::string stop = mpris::streamLine(
+      mpris::diffPayload(player("vlc.instance42", "Paused", 45.0), player("vlc.instance42", "Stopped", 45.0), 1.7e9),
+      true);
+  EXPECT_EQ(nlohmann::json::parse(stop)["payload"], nlohmann::json::parse(R"({"playing":false,"elapsedTime":null})"));
+  mr.consume(stop + "\n");
+  EXPECT_EQ(mr.snapshot().position, std::nullopt);
+  EXPECT_EQ(mr.snapshot().status, "vlc reports no playback position yet");
   mr.consume(mpris::streamLine({}, false) + "\n");  // no player left
   EXPECT_EQ(mr.snapshot().status, "Nothing is playing");
   // Another player than the chosen one is not followed.

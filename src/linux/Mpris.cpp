@@ -1,9 +1,15 @@
 #include "linux/Mpris.h"
 
+#include <sys/stat.h>
+
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <ctime>
 #include <nlohmann/json.hpp>
+
+#include "util/Files.h"
+#include "util/Path.h"
 
 namespace lumerix::mpris {
 
@@ -84,6 +90,7 @@ std::string streamLine(const Payload& p, bool diff) {
   if (p.playbackRate) payload["playbackRate"] = *p.playbackRate;
   if (p.elapsedTime) payload["elapsedTime"] = *p.elapsedTime;
   if (p.elapsedTime && p.sampledAt) payload["timestamp"] = isoTimestamp(*p.sampledAt);
+  if (!p.elapsedTime && p.positionGone) payload["elapsedTime"] = nullptr;
   nlohmann::ordered_json line;
   line["type"] = "data";
   line["diff"] = diff;
@@ -92,17 +99,58 @@ std::string streamLine(const Payload& p, bool diff) {
   return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
+namespace {
+
+bool hasPosition(const Player& p) {
+  return p.position && p.playbackStatus != "Stopped";
+}
+
+}  // namespace
+
 Payload fullPayload(const Player& player, double sampledAt) {
   Payload p;
   p.bundleIdentifier = player.busName;
   p.title = player.title;
   p.playing = player.playbackStatus == "Playing";
   p.playbackRate = player.rate;
-  if (player.position && player.playbackStatus != "Stopped") {
+  if (hasPosition(player)) {
     p.elapsedTime = *player.position;
     p.sampledAt = sampledAt;
   }
   return p;
+}
+
+Payload diffPayload(const Player& before, const Player& now, double sampledAt) {
+  Payload diff;
+  if (now.title != before.title) diff.title = now.title;
+  if (now.playbackStatus != before.playbackStatus) diff.playing = now.playbackStatus == "Playing";
+  if (now.rate != before.rate) diff.playbackRate = now.rate;
+  if (hasPosition(now)) {
+    diff.elapsedTime = now.position;
+    diff.sampledAt = sampledAt;
+  } else {
+    diff.positionGone = hasPosition(before);
+  }
+  return diff;
+}
+
+std::optional<std::string> playedLastFile() {
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  if (!runtime || runtime[0] != '/') return std::nullopt;
+  return std::string(runtime) + "/lumerix/played-last";
+}
+
+std::optional<std::string> readPlayedLast(const std::string& file) {
+  std::string text;
+  if (!readWholeFile(file, text)) return std::nullopt;
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+  if (!text.starts_with(busPrefix)) return std::nullopt;
+  return text;
+}
+
+void writePlayedLast(const std::string& file, const std::string& busName) {
+  ::mkdir(path::parent(file).c_str(), 0700);
+  writeFileAtomically(file, busName + "\n");  // a memory, not a duty: failures only cost the poll its hint
 }
 
 }  // namespace lumerix::mpris

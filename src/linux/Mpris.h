@@ -24,9 +24,16 @@ bool matches(const std::string& busName, const std::string& name);
 
 // The player to follow among those on the bus, in bus order: the first that
 // is playing, else the one that played last if still there, else the first
-// paused one (a one-shot poll has no memory of what played last), else none.
+// paused one, else none. The stream records the last player that played
+// (playedLastFile) so that a one-shot poll chooses as it does.
 std::optional<std::string> choose(const std::vector<Player>& players, const std::string& name,
                                   const std::optional<std::string>& playedLast);
+
+// Where the stream keeps the bus name of the last player that played:
+// $XDG_RUNTIME_DIR/lumerix/played-last; absent without that folder.
+std::optional<std::string> playedLastFile();
+std::optional<std::string> readPlayedLast(const std::string& file);
+void writePlayedLast(const std::string& file, const std::string& busName);
 
 // One line in the poll answer grammar: "true|12.5|Title", "false|missing
 // value|Title", "off" (no player), never with a line break inside.
@@ -38,15 +45,20 @@ std::string isoTimestamp(double wallSeconds);
 
 // One stream line: {"type":"data","diff":...,"payload":{...}}. A full
 // payload has every key; a diff only those given. elapsedTime and
-// timestamp always travel together, as the position's sample.
+// timestamp always travel together, as the position's sample; a diff says
+// "elapsedTime": null when the position is gone (the player stopped), so
+// the reader does not keep an old one.
 struct Payload {
   std::optional<std::string> bundleIdentifier, title;
   std::optional<bool> playing;
   std::optional<double> playbackRate;
   std::optional<double> elapsedTime;
   std::optional<double> sampledAt;  // wall seconds; becomes "timestamp"
+  bool positionGone = false;
 };
 std::string streamLine(const Payload& payload, bool diff);
 Payload fullPayload(const Player& player, double sampledAt);
+// What changed from `before` to `now` (the same player), sampled at sampledAt.
+Payload diffPayload(const Player& before, const Player& now, double sampledAt);
 
 }  // namespace lumerix::mpris

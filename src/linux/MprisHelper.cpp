@@ -11,6 +11,8 @@
 #include <gio/gio.h>
 #include <glib-unix.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -130,7 +132,8 @@ int poll(GDBusConnection* bus, const std::string& name) {
     std::printf("%s\n", lumerix::mpris::pollError(error.e->code).c_str());
     return 0;
   }
-  const auto chosen = lumerix::mpris::choose(*players, name, std::nullopt);
+  const auto file = lumerix::mpris::playedLastFile();
+  const auto chosen = lumerix::mpris::choose(*players, name, file ? lumerix::mpris::readPlayedLast(*file) : std::nullopt);
   std::optional<Player> player;
   for (const auto& p : *players) {
     if (chosen == p.busName) player = p;
@@ -141,7 +144,10 @@ int poll(GDBusConnection* bus, const std::string& name) {
 
 class Stream {
  public:
-  Stream(GDBusConnection* bus, std::string name, GMainLoop* loop) : bus(bus), name(std::move(name)), loop(loop) {}
+  Stream(GDBusConnection* bus, std::string name, GMainLoop* loop)
+      : bus(bus), name(std::move(name)), loop(loop), memory(lumerix::mpris::playedLastFile()) {
+    if (memory) playedLast = lumerix::mpris::readPlayedLast(*memory);
+  }
 
   void run() {
     subscribe("org.freedesktop.DBus", "NameOwnerChanged", nullptr, nullptr);
@@ -182,6 +188,7 @@ class Stream {
     if (!players) return;  // the bus hiccuped; the next event or tick tries again
     for (const auto& p : *players) {
       if (p.playbackStatus == "Playing" && lumerix::mpris::matches(p.busName, name)) {
+        if (playedLast != p.busName && memory) lumerix::mpris::writePlayedLast(*memory, p.busName);
         playedLast = p.busName;
         break;
       }
@@ -203,15 +210,7 @@ class Stream {
     if (first || !current || current->busName != now->busName) {
       emit(lumerix::mpris::fullPayload(*now, sampledAt), false);
     } else {
-      lumerix::mpris::Payload diff;
-      if (now->title != current->title) diff.title = now->title;
-      if (now->playbackStatus != current->playbackStatus) diff.playing = now->playbackStatus == "Playing";
-      if (now->rate != current->rate) diff.playbackRate = now->rate;
-      if (now->position && now->playbackStatus != "Stopped") {
-        diff.elapsedTime = now->position;
-        diff.sampledAt = sampledAt;
-      }
-      emit(diff, true);
+      emit(lumerix::mpris::diffPayload(*current, *now, sampledAt), true);
     }
     current = *now;
   }
@@ -227,6 +226,7 @@ class Stream {
   GMainLoop* loop;
   std::optional<Player> current;
   std::optional<std::string> playedLast;
+  const std::optional<std::string> memory;  // shared with the one-shot poll
 };
 
 gboolean onStop(gpointer loop) {
@@ -234,15 +234,37 @@ gboolean onStop(gpointer loop) {
   return G_SOURCE_REMOVE;
 }
 
+constexpr const char* kUsage =
+    "usage: lumerix-mpris poll|stream [--player NAME]\n"
+    "\n"
+    "Tells Lumerix where an MPRIS media player is; Lumerix runs it, not you.\n"
+    "  poll    print one line and exit: \"true|12.5|Title\" (playing, position in\n"
+    "          seconds, title), \"false|missing value|Title\", \"off\" (no player) or\n"
+    "          \"err|N\"\n"
+    "  stream  print one JSON object a line whenever the player changes, and\n"
+    "          every 2 s while it plays, until killed; exits when Lumerix does\n"
+    "  --player NAME  follow org.mpris.MediaPlayer2.NAME (and NAME.*) only;\n"
+    "          without it, the player that is playing, else the one that\n"
+    "          played last, else the first paused one\n";
+
 int usage() {
-  std::fprintf(stderr, "usage: lumerix-mpris poll|stream [--player NAME]\n");
+  std::fputs(kUsage, stderr);
   return 2;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2 && (!std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h"))) {
+    std::fputs(kUsage, stdout);
+    return 0;
+  }
   if (argc < 2) return usage();
+  // Never outlive Lumerix, however it ends: the kernel signals us when the
+  // thread that started us goes, and a parent gone already shows as a new one.
+  const pid_t parent = ::getppid();
+  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (::getppid() != parent) return 0;
   const std::string mode = argv[1];
   std::string name;
   for (int i = 2; i < argc; ++i) {
