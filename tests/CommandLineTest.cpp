@@ -7,9 +7,11 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "FakeSystem.h"
 #include "SyncTestSupport.h"
 #include "TestSupport.h"
 #include "app/CommandLine.h"
+#include "headless/HeadlessApp.h"
 #include "linux/FileSettingsStore.h"
 #include "sync/Subprocess.h"
 #include "util/Files.h"
@@ -165,6 +167,17 @@ TEST(CommandLineProgram, DemoShowsTheSampleOnTimeAndStopsCleanly) {
   // millisecond), and shown while it lasts, however loaded the machine.
   EXPECT_GE((*first)["t"].get<double>(), 0.999);
   EXPECT_LT((*first)["t"].get<double>(), 3.5);
+  // Each change of text says where the player was and what time was shown.
+  EXPECT_GE((*first)["pos"].get<double>(), 1.0);
+  EXPECT_EQ((*first)["sub"], (*first)["pos"]);
+
+  // The demo's player plays its episode over and over.
+  test::FakeSystem clock;
+  DemoSync demo(clock, demoLoopSeconds());
+  EXPECT_EQ(demoLoopSeconds(), 18.5 + 3.0);
+  clock.advance(21.5 + 2.25);
+  EXPECT_DOUBLE_EQ(*demo.snapshot().position, 2.25);
+  EXPECT_EQ(demo.snapshot().track, "Demo S01E01");
 }
 
 TEST(CommandLineProgram, TheLaunchFormFollowsAndSaysWhatItCannotDo) {

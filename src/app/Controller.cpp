@@ -70,6 +70,7 @@ void Controller::tick() noexcept {
   }
   if (snap.playing) maybeAutoPick(snap.track);
 
+  s.lastPosition = snap.position;
   if (!snap.position) {
     render(kBrand, true);
     services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);

@@ -82,6 +82,7 @@ class Controller {
     std::optional<Style> curStyle;
     std::optional<std::string> lastTrack;
     std::optional<double> lastShownT;
+    std::optional<double> lastPosition;  // the player position the last tick used
     bool hovering = false;
     double winW = 800.0, winH = 190.0;
     bool lastPermissionIssue = false;

@@ -19,6 +19,7 @@
 #include "app/Controller.h"
 #include "app/MemorySettingsStore.h"
 #include "app/PlatformServices.h"
+#include "subtitles/SRTParser.h"
 #include "util/Files.h"
 #include "util/Path.h"
 #include "util/Unicode.h"
@@ -27,12 +28,16 @@ namespace lumerix {
 
 namespace {
 
+double millis(double seconds) {
+  return std::round(seconds * 1000) / 1000;
+}
+
 void printLine(std::ostream& out, double t, const char* key, const nlohmann::json& value,
-               std::optional<bool> brand = std::nullopt) {
+               const nlohmann::ordered_json& more = nlohmann::ordered_json::object()) {
   nlohmann::ordered_json line;
-  line["t"] = std::round(t * 1000) / 1000;
+  line["t"] = millis(t);
   line[key] = value;
-  if (brand) line["brand"] = *brand;
+  for (const auto& [k, v] : more.items()) line[k] = v;
   out << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
 }
 
@@ -93,7 +98,26 @@ void ConsoleHost::setTextLayers(const std::vector<TextLayer>& layers, bool brand
   std::pair<std::string, bool> now{layers.empty() ? "" : layers.back().text, brandMode};
   if (shown == now) return;
   shown = now;
-  printLine(out, elapsed(), "text", now.first, now.second);
+  textChanged = true;
+}
+
+void ConsoleHost::flushText(std::optional<double> position, std::optional<double> subtitleTime) {
+  if (!textChanged || !shown) return;
+  textChanged = false;
+  nlohmann::ordered_json more{{"brand", shown->second}};
+  if (position && subtitleTime) {
+    more["pos"] = millis(*position);
+    more["sub"] = millis(*subtitleTime);
+  }
+  printLine(out, elapsed(), "text", shown->first, more);
+}
+
+double demoLoopSeconds() {
+  double last = 0;
+  if (auto cues = SRTParser::parseBytes(kSampleSubtitle)) {
+    for (const Cue& cue : cues.value()) last = std::max(last, cue.end);
+  }
+  return last + 3.0;
 }
 
 Size ConsoleHost::measureText(const TextLayer& layer, Size bounds) {
@@ -141,7 +165,7 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   std::optional<DemoFolder> demo;
   std::optional<std::string> subtitle;
   if (options.demo) {
-    source = std::make_unique<DemoSync>(clock);
+    source = std::make_unique<DemoSync>(clock, demoLoopSeconds());
     player.fused = nullptr;
     demo.emplace();
     subtitle = demo->subtitle();
@@ -162,6 +186,7 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   bool fullscreen = false;
   while (!quit) {
     controller.tick();
+    host.flushText(controller.state().lastPosition, controller.state().lastShownT);
     if (player.fused && player.fused->fullscreen() != fullscreen) {
       // Full screen hands the lead from the poller to the stream.
       fullscreen = player.fused->fullscreen();

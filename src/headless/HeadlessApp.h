@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cmath>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -24,6 +25,11 @@ class ConsoleHost : public NullOverlayHost {
   // No fonts here: a fair guess of a proportional font's size.
   Size measureText(const TextLayer& layer, Size bounds) override;
 
+  // After each tick: prints a change of the shown text, with the player
+  // position and the subtitle time that tick used, so a reader can see how
+  // far the clock is from the player's own.
+  void flushText(std::optional<double> position, std::optional<double> subtitleTime);
+
  private:
   double elapsed() const;
 
@@ -31,6 +37,7 @@ class ConsoleHost : public NullOverlayHost {
   const double started;
   std::ostream& out;
   std::optional<std::pair<std::string, bool>> shown;
+  bool textChanged = false;
 };
 
 // No one to ask: alerts are printed, choices are declined, and quitting
@@ -49,22 +56,29 @@ class ConsoleDialogs : public NullDialogs {
   std::atomic<bool>& quitRequested;
 };
 
-// A player that started playing at creation and never stops: the demo's
-// source, so the whole program can be seen working with no player at all.
+// A player that started playing at creation and plays its episode again
+// and again: the demo's source, so the whole program can be seen working
+// with no player at all.
 class DemoSync : public SyncSource {
  public:
-  explicit DemoSync(const Clock& clock) : clock(clock), started(clock.uptime()) {}
+  // loopSeconds: the episode's length; it starts over from 0 after it.
+  DemoSync(const Clock& clock, double loopSeconds)
+      : clock(clock), started(clock.uptime()), loopSeconds(loopSeconds) {}
   void start() override {}
   void cancel() override {}
   void snapshotInto(SyncSnapshot& into) override {
-    into = {clock.uptime() - started, true, "Demo S01E01", "", false, false};
+    into = {std::fmod(clock.uptime() - started, loopSeconds), true, "Demo S01E01", "", false, false};
   }
   bool permissionIssue() override { return false; }
 
  private:
   const Clock& clock;
   const double started;
+  const double loopSeconds;
 };
+
+// How long the demo's episode runs: its sample's last cue, then a pause.
+double demoLoopSeconds();
 
 // A private folder holding the bundled sample subtitle for one run, so the
 // demo never touches the user's files; it goes when the run ends. Placed in
