@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -15,6 +16,7 @@
 #include "linux/FileSettingsStore.h"
 #include "sync/Subprocess.h"
 #include "util/Files.h"
+#include "util/JsonText.h"
 
 namespace lumerix {
 namespace {
@@ -135,6 +137,37 @@ TEST(CommandLineProgram, DumpCuesPrintsExactlyWhatTheReaderReads) {
   EXPECT_TRUE(gb.out.starts_with("[{\"start\":1.0,\"end\":2.0,\"text\":\"这是第一句。\"}")) << gb.out;
 }
 
+// The streamed document is byte for byte what the JSON library writes for
+// the same cues: escapes, UTF-8 and shortest round-trip numbers alike.
+TEST(CommandLineProgram, StreamedCuesMatchTheJsonLibrary) {
+  std::mt19937_64 rng(11);
+  std::vector<Cue> cues{{0.0, -0.0, "plain"},
+                        {1e-7, 123456.789, "quote \" back\\slash \b\f\n\r\t \x01\x1f\x7f"},
+                        {1.0 / 3, 99 * 3600 + 59 * 60 + 59.999, "这是 ünï \u2028 😀"},
+                        {1e21, 5e-324, "x"}};
+  std::uniform_real_distribution<double> any(0, 360000);
+  for (int i = 0; i < 2000; ++i) {
+    const double start = any(rng);
+    cues.push_back({start, start + static_cast<double>(rng() % 10000) / 1000.0, std::string(1, char(rng() % 128))});
+  }
+  nlohmann::ordered_json expected = nlohmann::ordered_json::array();
+  for (const Cue& c : cues) expected.push_back({{"start", c.start}, {"end", c.end}, {"text", c.text}});
+  std::ostringstream out;
+  writeCuesJson(cues, out);
+  EXPECT_EQ(out.str(), expected.dump() + "\n");
+
+  // Times as the reader makes them (whole seconds plus thousandths) take a
+  // short cut; it must read back exactly and never be longer.
+  for (int i = 0; i < 100000; ++i) {
+    const double t = static_cast<double>(rng() % 360000) + static_cast<double>(rng() % 1000) / 1000.0;
+    std::string ours;
+    json::appendNumber(ours, t);
+    const std::string theirs = nlohmann::json(t).dump();
+    ASSERT_EQ(std::strtod(ours.c_str(), nullptr), t) << ours;
+    ASSERT_LE(ours.size(), theirs.size()) << ours << " vs " << theirs;
+  }
+}
+
 // Runs the real program for a while, then stops it as a user would.
 Run runFor(const std::vector<std::string>& args, std::chrono::milliseconds howLong, int signal = SIGTERM) {
   std::vector<std::string> argv{LUMERIX_BINARY};
@@ -222,11 +255,11 @@ TEST(CommandLineProgram, DumpCuesReportsUnreadableFiles) {
   auto missing = lumerix("--dump-cues '" + test::fixture("no-such.srt") + "'");
   EXPECT_EQ(missing.status, 1);
   EXPECT_EQ(missing.out, "");
-  EXPECT_EQ(missing.err, "Failed to load: No such file or directory\n");
+  EXPECT_EQ(missing.err, "Failed to load " + test::fixture("no-such.srt") + ": No such file or directory\n");
 
   auto directory = lumerix("--dump-cues '" + test::fixture("") + "'");
   EXPECT_EQ(directory.status, 1);
-  EXPECT_EQ(directory.err, "Failed to load: Is a directory\n");
+  EXPECT_EQ(directory.err, "Failed to load " + test::fixture("") + ": Is a directory\n");
 }
 
 }  // namespace

@@ -284,5 +284,25 @@ TEST(ReaderSorting, SortedByStartWithTiesInFileOrder) {
   EXPECT_THAT(order, ElementsAre("cue 1", "cue 4", "cue 3", "cue 0", "cue 2", "cue 5"));
 }
 
+// Big files are read in two halves at once; whatever the text around the
+// cut, the cues and their order are those of a single pass.
+TEST(ReaderSorting, TwoHalvesGiveWhatOnePassGives) {
+  std::mt19937 rng(5);
+  const char* pieces[] = {"\n", "\n\n", " \n", "\n \n", "\n\f\n", "\u3000\n\n", "é\n\n", "x",
+                          "00:00:0", "1,000 --> 00:00:02,000", "2", "<i>a</i>", " ", "\t", "\u2028", "-->"};
+  for (int round = 0; round < 300; ++round) {
+    std::string text;
+    for (int i = 0; i < 60; ++i) {
+      if (rng() % 3 == 0) {
+        text += std::to_string(i) + "\n00:00:" + std::to_string(10 + rng() % 50) + ",000 --> 00:01:00,000\nline\n";
+      }
+      text += pieces[rng() % std::size(pieces)];
+    }
+    const auto whole = SRTParser::parseDecoded(text, std::string::npos);
+    const auto halves = SRTParser::parseDecoded(text, 0);
+    ASSERT_EQ(halves, whole) << text;
+  }
+}
+
 }  // namespace
 }  // namespace lumerix

@@ -32,11 +32,12 @@ std::string helpText(bool window);
 std::string versionText();
 
 // The cues as one JSON array of {"start", "end", "text"} objects, in list
-// order. Numbers are written so that they read back to the identical double.
-std::string cuesToJson(const std::vector<Cue>& cues);
+// order, and a line feed. Numbers are written so that they read back to the
+// identical double.
+void writeCuesJson(const std::vector<Cue>& cues, std::ostream& out);
 
 // Reads the file and writes its cues to out; on failure writes
-// "Failed to load: <reason>" to err. Returns the process exit status.
+// "Failed to load <path>: <reason>" to err. Returns the process exit status.
 int runDumpCues(const std::string& path, std::ostream& out, std::ostream& err);
 
 }  // namespace lumerix

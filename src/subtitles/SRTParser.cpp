@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <span>
+#include <iterator>
+#include <system_error>
+#include <thread>
 
 #include "util/Files.h"
 #include "util/TextDecoding.h"
@@ -22,9 +24,12 @@ bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-std::size_t countDigits(std::string_view s, std::size_t i) {
+// The digits at s[i], counted up to limit + 1: enough to tell a group that
+// is too long, without walking all of a long run (which made a line of
+// digits cost quadratic time).
+std::size_t countDigits(std::string_view s, std::size_t i, std::size_t limit) {
   std::size_t k = 0;
-  while (i + k < s.size() && isDigit(s[i + k])) ++k;
+  while (k <= limit && i + k < s.size() && isDigit(s[i + k])) ++k;
   return k;
 }
 
@@ -59,17 +64,17 @@ struct ClockFields {
 // fraction simply takes up to three digits.
 std::optional<ClockFields> readClock(std::string_view s, std::size_t& i, bool lastOnLine) {
   ClockFields f{};
-  std::size_t n = countDigits(s, i);
+  std::size_t n = countDigits(s, i, 2);
   if (n < 1 || n > 2 || i + n >= s.size() || s[i + n] != ':') return std::nullopt;
   f.hours = digitsValue(s, i, n);
   i += n + 1;
-  if (countDigits(s, i) != 2 || i + 2 >= s.size() || s[i + 2] != ':') return std::nullopt;
+  if (countDigits(s, i, 2) != 2 || i + 2 >= s.size() || s[i + 2] != ':') return std::nullopt;
   f.minutes = digitsValue(s, i, 2);
   i += 3;
-  if (countDigits(s, i) != 2 || i + 2 >= s.size() || (s[i + 2] != ',' && s[i + 2] != '.')) return std::nullopt;
+  if (countDigits(s, i, 2) != 2 || i + 2 >= s.size() || (s[i + 2] != ',' && s[i + 2] != '.')) return std::nullopt;
   f.seconds = digitsValue(s, i, 2);
   i += 3;
-  n = countDigits(s, i);
+  n = countDigits(s, i, 3);
   if (n < 1 || (!lastOnLine && n > 3)) return std::nullopt;
   n = std::min<std::size_t>(n, 3);
   f.fraction = digitsValue(s, i, n);
@@ -91,56 +96,71 @@ std::optional<Timing> findTiming(std::string_view line) {
   if (line.find("-->") == std::string_view::npos) return std::nullopt;
   for (std::size_t p = 0; p < line.size(); ++p) {
     if (!isDigit(line[p])) continue;
-    std::size_t i = p;
-    auto start = readClock(line, i, false);
-    if (!start) continue;
-    i = skipPatternSpace(line, i);
-    if (line.compare(i, 3, "-->") != 0) continue;
-    i = skipPatternSpace(line, i + 3);
-    auto end = readClock(line, i, true);
-    if (!end) continue;
-    return Timing{start->value(), end->value()};
+    // Hours take one or two digits: in a longer run only its last two
+    // positions can start a match, so the rest of the run is skipped.
+    std::size_t runEnd = p;
+    while (runEnd < line.size() && isDigit(line[runEnd])) ++runEnd;
+    for (std::size_t from = std::max(p, runEnd >= 2 ? runEnd - 2 : 0); from < runEnd; ++from) {
+      std::size_t i = from;
+      auto start = readClock(line, i, false);
+      if (!start) continue;
+      i = skipPatternSpace(line, i);
+      if (line.compare(i, 3, "-->") != 0) continue;
+      i = skipPatternSpace(line, i + 3);
+      auto end = readClock(line, i, true);
+      if (!end) continue;
+      return Timing{start->value(), end->value()};
+    }
+    p = runEnd;
   }
   return std::nullopt;
 }
 
-// Removes every match of `<[^>]+>`, left to right, in one pass.
-std::string removeHtmlTags(std::string_view s) {
-  std::string out;
-  out.reserve(s.size());
-  std::size_t i = 0;
+// Removes every match of `<[^>]+>`, left to right, in one pass, in place.
+void removeHtmlTags(std::string& s) {
+  std::size_t w = 0, i = 0;
+  auto keep = [&](std::size_t from, std::size_t to) {
+    if (w != from) std::memmove(s.data() + w, s.data() + from, to - from);
+    w += to - from;
+  };
   for (;;) {
     const std::size_t lt = s.find('<', i);
-    if (lt == std::string_view::npos) break;
+    if (lt == std::string::npos) break;
     const std::size_t gt = s.find('>', lt + 1);
-    if (gt == std::string_view::npos) break;  // no later '<' can close either
-    if (gt == lt + 1) {                       // "<>" is text, not a tag
-      out.append(s.substr(i, gt - i));
+    if (gt == std::string::npos) break;  // no later '<' can close either
+    if (gt == lt + 1) {                  // "<>" is text, not a tag
+      keep(i, gt);
       i = gt;
       continue;
     }
-    out.append(s.substr(i, lt - i));
+    keep(i, lt);
     i = gt + 1;
   }
-  out.append(s.substr(i));
-  return out;
+  keep(i, s.size());
+  s.resize(w);
 }
 
-// Removes every match of `\{[^}]*\}` (ASS override blocks such as {\an8}).
-std::string removeAssTags(std::string_view s) {
-  std::string out;
-  out.reserve(s.size());
-  std::size_t i = 0;
+// Removes every match of `\{[^}]*\}` (ASS override blocks such as {\an8}), in place.
+void removeAssTags(std::string& s) {
+  std::size_t w = 0, i = 0;
+  auto keep = [&](std::size_t from, std::size_t to) {
+    if (w != from) std::memmove(s.data() + w, s.data() + from, to - from);
+    w += to - from;
+  };
   for (;;) {
     const std::size_t open = s.find('{', i);
-    if (open == std::string_view::npos) break;
+    if (open == std::string::npos) break;
     const std::size_t close = s.find('}', open + 1);
-    if (close == std::string_view::npos) break;
-    out.append(s.substr(i, open - i));
+    if (close == std::string::npos) break;
+    keep(i, open);
     i = close + 1;
   }
-  out.append(s.substr(i));
-  return out;
+  keep(i, s.size());
+  s.resize(w);
+}
+
+bool isBlank(std::string_view line) {
+  return unicode::all(line, unicode::isWhitespace);
 }
 
 // "\r\n" and lone "\r" become "\n".
@@ -187,46 +207,150 @@ void forEachBlock(std::string_view text, Fn&& fn) {
   fn(text.substr(blockStart));
 }
 
-// The lines after the timing line: joined, trimmed, tags removed.
-std::string cueText(std::span<const std::string_view> lines) {
-  std::string text;
-  for (std::size_t k = 0; k < lines.size(); ++k) {
-    if (k) text += '\n';
-    text.append(lines[k]);
+// The lines after the timing line (the rest of its block): the ones that
+// are not blank, joined, trimmed, tags removed.
+std::string cueText(std::string_view rest) {
+  bool blankInside = false;
+  for (std::size_t b = 0; b <= rest.size() && !blankInside;) {
+    std::size_t e = rest.find('\n', b);
+    if (e == std::string_view::npos) e = rest.size();
+    blankInside = isBlank(rest.substr(b, e - b));
+    b = e + 1;
   }
-  const std::string_view trimmed = unicode::trim(text, unicode::isWhitespaceOrLineEnd);
-  const std::size_t from = static_cast<std::size_t>(trimmed.data() - text.data());
-  text.erase(from + trimmed.size()).erase(0, from);
-  if (text.find('<') != std::string::npos) text = removeHtmlTags(text);
-  if (text.find('{') != std::string::npos) text = removeAssTags(text);
+  std::string text;
+  if (!blankInside) {
+    // The usual case: blank lines cut blocks, so the rest is the text as it is.
+    text = unicode::trim(rest, unicode::isWhitespaceOrLineEnd);
+  } else {
+    for (std::size_t b = 0; b <= rest.size();) {
+      std::size_t e = rest.find('\n', b);
+      if (e == std::string_view::npos) e = rest.size();
+      const std::string_view line = rest.substr(b, e - b);
+      if (!isBlank(line)) {
+        if (!text.empty()) text += '\n';
+        text.append(line);
+      }
+      b = e + 1;
+    }
+    const std::string_view trimmed = unicode::trim(text, unicode::isWhitespaceOrLineEnd);
+    const std::size_t from = static_cast<std::size_t>(trimmed.data() - text.data());
+    text.erase(from + trimmed.size()).erase(0, from);
+  }
+  if (text.find('<') != std::string::npos) removeHtmlTags(text);
+  if (text.find('{') != std::string::npos) removeAssTags(text);
   return text;
 }
 
-std::vector<Cue> parseText(std::string_view text) {
-  std::vector<Cue> cues;
-  std::vector<std::string_view> kept;
+// Ordered by start, ties in file order. Most files are in order already;
+// concatenated episodes are in order piece by piece: merging the ordered
+// runs of small keys, then moving each cue once, beats sorting whole cues.
+std::vector<Cue> sortedByStart(std::vector<Cue> cues) {
+  const auto byStart = [](const Cue& a, const Cue& b) { return a.start < b.start; };
+  if (std::is_sorted(cues.begin(), cues.end(), byStart)) return cues;
+  struct Key {
+    double start;
+    std::size_t index;
+  };
+  std::vector<Key> keys(cues.size()), buffer(cues.size());
+  std::vector<std::size_t> runs{0};  // where each ascending run begins
+  for (std::size_t i = 0; i < cues.size(); ++i) {
+    keys[i] = {cues[i].start, i};
+    if (i && cues[i].start < cues[i - 1].start) runs.push_back(i);
+  }
+  // Merge neighbouring runs until one is left; a merge takes from the
+  // earlier run on ties, which keeps file order.
+  const auto earlier = [](const Key& a, const Key& b) { return a.start < b.start; };
+  while (runs.size() > 1) {
+    std::vector<std::size_t> merged;
+    for (std::size_t r = 0; r < runs.size(); r += 2) {
+      const std::size_t from = runs[r];
+      const std::size_t mid = r + 1 < runs.size() ? runs[r + 1] : keys.size();
+      const std::size_t to = r + 2 < runs.size() ? runs[r + 2] : keys.size();
+      std::merge(keys.begin() + from, keys.begin() + mid, keys.begin() + mid, keys.begin() + to, buffer.begin() + from,
+                 earlier);
+      merged.push_back(from);
+    }
+    keys.swap(buffer);
+    runs.swap(merged);
+  }
+  std::vector<Cue> sorted;
+  sorted.reserve(cues.size());
+  for (const Key& k : keys) sorted.push_back(std::move(cues[k.index]));
+  return sorted;
+}
+
+// The cues of the blocks of text, in file order.
+void appendCues(std::string_view text, std::vector<Cue>& cues) {
   forEachBlock(text, [&](std::string_view block) {
-    kept.clear();
+    // The first line with a timing range makes the block a cue; the lines
+    // after it are its text.
     for (std::size_t b = 0; b <= block.size();) {
       std::size_t e = block.find('\n', b);
       if (e == std::string_view::npos) e = block.size();
-      std::string_view line = block.substr(b, e - b);
-      if (!unicode::all(line, unicode::isWhitespace)) kept.push_back(line);
+      const std::string_view line = block.substr(b, e - b);
       b = e + 1;
-    }
-    for (std::size_t k = 0; k < kept.size(); ++k) {
-      auto timing = findTiming(kept[k]);
+      if (isBlank(line)) continue;
+      const auto timing = findTiming(line);
       if (!timing) continue;
-      std::string body = cueText(std::span(kept).subspan(k + 1));
+      std::string body = cueText(b < block.size() ? block.substr(b) : std::string_view());
       if (!body.empty()) cues.push_back(Cue{timing->start, timing->end, std::move(body)});
       return;
     }
   });
-  std::stable_sort(cues.begin(), cues.end(), [](const Cue& a, const Cue& b) { return a.start < b.start; });
-  return cues;
+}
+
+// A place near `from` where a block ends for certain, whatever came before:
+// a line feed after a character that is not white space (so no earlier
+// blank run reaches it) that starts a blank run. Returns the end of the
+// block before the run and the start of the block after it; absent when
+// there is no such place after `from`.
+std::optional<std::pair<std::size_t, std::size_t>> blockBoundaryAfter(std::string_view text, std::size_t from) {
+  for (std::size_t i = text.find('\n', from); i != std::string_view::npos; i = text.find('\n', i + 1)) {
+    if (i == 0) continue;
+    const auto before = static_cast<unsigned char>(text[i - 1]);
+    if (before >= 0x80 || isPatternSpace(before)) continue;
+    std::size_t lastFeed = std::string_view::npos;
+    for (std::size_t j = i + 1; j < text.size();) {
+      std::size_t k = j;
+      const char32_t cp = unicode::next(text, k);
+      if (!isPatternSpace(cp)) break;
+      if (cp == '\n') lastFeed = j;
+      j = k;
+    }
+    if (lastFeed != std::string_view::npos) return std::pair{i, lastFeed + 1};
+  }
+  return std::nullopt;
 }
 
 }  // namespace
+
+std::vector<Cue> SRTParser::parseDecoded(std::string_view text, std::size_t splitAbove) {
+  std::vector<Cue> cues;
+  // A whole season in one file: read its two halves side by side. Both end
+  // at a block boundary, so the cues and their order are what one pass
+  // would give.
+  const auto cut = text.size() > splitAbove ? blockBoundaryAfter(text, text.size() / 2) : std::nullopt;
+  if (cut) {
+    std::vector<Cue> later;
+    try {
+      std::thread second([&] { appendCues(text.substr(cut->second), later); });
+      try {
+        appendCues(text.substr(0, cut->first), cues);
+      } catch (...) {
+        second.join();
+        throw;
+      }
+      second.join();
+      cues.reserve(cues.size() + later.size());
+      std::move(later.begin(), later.end(), std::back_inserter(cues));
+      return sortedByStart(std::move(cues));
+    } catch (const std::system_error&) {
+      cues.clear();  // no thread to be had: one pass it is
+    }
+  }
+  appendCues(text, cues);
+  return sortedByStart(std::move(cues));
+}
 
 std::string_view describe(SRTParseError error) {
   switch (error) {
@@ -255,7 +379,7 @@ std::optional<std::string> SRTParser::decode(std::string bytes) {
 Result<std::vector<Cue>, SRTParseError> SRTParser::parseBytes(std::string bytes) {
   auto text = decode(std::move(bytes));
   if (!text) return Result<std::vector<Cue>, SRTParseError>::failure(SRTParseError::unreadable);
-  return Result<std::vector<Cue>, SRTParseError>::success(parseText(normaliseLineEnds(std::move(*text))));
+  return Result<std::vector<Cue>, SRTParseError>::success(parseDecoded(normaliseLineEnds(std::move(*text))));
 }
 
 Result<std::vector<Cue>, SubtitleReadError> SRTParser::parse(const std::string& path) {

@@ -45,6 +45,10 @@ class SRTParser {
   // The same for bytes already in memory.
   static Result<std::vector<Cue>, SRTParseError> parseBytes(std::string bytes);
 
+  // The cues of decoded text with "\n" line ends. Texts longer than
+  // splitAbove bytes are read in two halves on two threads.
+  static std::vector<Cue> parseDecoded(std::string_view text, std::size_t splitAbove = 8 << 20);
+
  private:
   // Strict UTF-8 (minus one leading byte order mark), else GB 18030, else
   // Big5, else ISO 8859-1; each conversion all or nothing.
