@@ -50,6 +50,7 @@ TEST(Subprocess, RunsToCompletionAndReportsLaunchFailures) {
 }
 
 TEST(Subprocess, ChildrenInheritNoDescriptorsOfOurs) {
+  if (!test::haveProc()) GTEST_SKIP() << "needs /proc";
   // A live child holds three pipes of ours; a second child must see none of
   // them, only what this process deliberately leaves inheritable.
   auto holder = Subprocess::start({"/bin/sleep", "5"});
@@ -93,6 +94,7 @@ TEST(Subprocess, CancellingStopsTheRunInFlightAndRefusesNewOnes) {
 }
 
 TEST(Subprocess, ChildrenGetDefaultSignalHandling) {
+  if (!test::haveProc()) GTEST_SKIP() << "needs /proc";
   // We ignore SIGPIPE in this process; a child must not inherit that, or a
   // helper writing to a closed pipe would spin instead of dying.
   struct sigaction old {};
