@@ -5,6 +5,7 @@
 #include <xcb/randr.h>
 #include <xcb/xcb.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -139,8 +140,13 @@ std::vector<std::string> LinuxSystem::helperPlaces() {
   std::vector<std::string> places;
   char self[PATH_MAX];
   const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
-  if (n > 0) places.push_back(path::parent(std::string(self, static_cast<std::size_t>(n))));
-  places.push_back(path::parent(LUMERIX_HELPER_INSTALL_PATH));
+  if (n > 0) {
+    const std::string bin = path::parent(std::string(self, static_cast<std::size_t>(n)));
+    places.push_back(bin);                                                 // a build tree
+    places.push_back(path::append(path::parent(bin), "libexec/lumerix"));  // installed under any prefix
+  }
+  const std::string configured = path::parent(LUMERIX_HELPER_INSTALL_PATH);
+  if (std::find(places.begin(), places.end(), configured) == places.end()) places.push_back(configured);
   return places;
 }
 
