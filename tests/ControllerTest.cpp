@@ -134,6 +134,11 @@ TEST(ControllerTick, StatusLineAndBrandDisplay) {
   EXPECT_EQ(none.host.layers.at(0).text, "LUMERIX");
   EXPECT_DOUBLE_EQ(none.host.brandPhase, 0.5);
   EXPECT_EQ(none.host.status, "◌ Nothing is playing");
+
+  // Whatever a source lets through, the status line shows a clock.
+  none.expireHint();
+  none.tickAt(1e300, "Broken");
+  EXPECT_EQ(none.host.status, "⇄ Broken  2562047788015215:30:07 · no subtitle loaded (press O)  offset +0.0s");
 }
 
 TEST(ControllerTick, CueSearchHoldsSmallBackwardSteps) {

@@ -104,6 +104,14 @@ TEST(MediaRemoteLines, StatusTextsForEachKindOfNothing) {
   s.mr.consume(line("{}"));
   EXPECT_EQ(s.mr.snapshot().status, "Nothing is playing");
   EXPECT_TRUE(s.mr.snapshot().idle);
+  // Numbers no player plays are no position, not an infinite clock.
+  for (const char* broken : {R"("elapsedTime":1e300)", R"("elapsedTime":12444444444444444445)",
+                             R"("elapsedTime":-2e9)", R"("elapsedTime":5,"playbackRate":1e308)"}) {
+    s.mr.consume(line(std::string(R"({"bundleIdentifier":"com.apple.TV","playing":true,)") + broken + "}"));
+    EXPECT_EQ(s.mr.snapshot().status, "TV app reports no playback position yet") << broken;
+  }
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","playing":true,"elapsedTime":5,"playbackRate":2})"));
+  EXPECT_DOUBLE_EQ(s.position(), 5);
 
   // With no chosen player, any player's information counts.
   MediaRemoteSync any(

@@ -3,19 +3,20 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
+#include <limits>
 
 namespace lumerix {
 
 std::string fmtTime(double seconds) {
-  // 2^63 as a double; anything at or beyond it does not fit an int64.
+  // 2^63 as a double; anything at or beyond it does not fit an int64 and
+  // shows as the largest clock there is. NaN and negatives show as zero.
   constexpr double limit = 9223372036854775808.0;
-  if (!std::isfinite(seconds) || seconds >= limit || seconds < -limit) {
-    std::fprintf(stderr, "lumerix: fmtTime called with %g seconds\n", seconds);
-    std::abort();
+  std::int64_t s = 0;
+  if (seconds >= limit) {
+    s = std::numeric_limits<std::int64_t>::max();
+  } else if (seconds > 0) {
+    s = static_cast<std::int64_t>(seconds);  // truncates toward zero
   }
-  std::int64_t s = static_cast<std::int64_t>(seconds);  // truncates toward zero
-  if (s < 0) s = 0;
   char buf[48];
   if (s >= 3600) {
     std::snprintf(buf, sizeof buf, "%" PRId64 ":%02d:%02d", s / 3600, static_cast<int>((s % 3600) / 60),

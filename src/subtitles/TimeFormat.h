@@ -6,9 +6,8 @@ namespace lumerix {
 
 // Clock text for the status line and messages: "MM:SS" below an hour,
 // "H:MM:SS" from an hour on. Seconds are truncated toward zero; negative
-// values show as 00:00. A non-finite value, or one beyond a 64-bit count of
-// seconds, is a programming error and stops the process: callers pass
-// positions that went through validation.
+// values and NaN show as 00:00, values beyond a 64-bit count of seconds
+// (infinity too) as the largest such count.
 std::string fmtTime(double seconds);
 
 }  // namespace lumerix

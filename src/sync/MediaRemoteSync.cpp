@@ -116,7 +116,13 @@ void MediaRemoteSync::apply() {
     return;
   }
   const auto position = merged.find("elapsedTime");
-  if (position == merged.end() || !position->is_number() || !std::isfinite(position->get<double>())) {
+  const auto rateValue = merged.find("playbackRate");
+  const bool hasRate = rateValue != merged.end() && rateValue->is_number();
+  // Numbers past anything a player plays are a broken player, not a position.
+  const bool plausible = position != merged.end() && position->is_number() &&
+                         std::fabs(position->get<double>()) <= maxPlausiblePosition &&
+                         (!hasRate || std::fabs(rateValue->get<double>()) <= maxPlausibleRate);
+  if (!plausible) {
     ok = false;
     idleFlag = false;
     statusText = texts.noPosition;
@@ -125,8 +131,6 @@ void MediaRemoteSync::apply() {
   idleFlag = false;
   const auto playingValue = merged.find("playing");
   const bool playing = playingValue != merged.end() && playingValue->is_boolean() && playingValue->get<bool>();
-  const auto rateValue = merged.find("playbackRate");
-  const bool hasRate = rateValue != merged.end() && rateValue->is_number() && std::isfinite(rateValue->get<double>());
   const double now = clock.uptime();
   // The stream says when elapsedTime was true; carry that over to the
   // uptime clock once, so later wall-clock changes cannot move us.

@@ -5,6 +5,13 @@
 
 namespace lumerix {
 
+// Beyond these, a player's numbers are broken, not long: a position of
+// more than 31 years, a rate of more than a thousand. A source reports no
+// position rather than pass them on (the clock's arithmetic would run
+// into infinities).
+inline constexpr double maxPlausiblePosition = 1e9;
+inline constexpr double maxPlausibleRate = 1e3;
+
 // What a position source reports at one moment.
 // Invariants: a position means an empty status and idle == false; idle or a
 // status means no position; holding only ever comes with a position.

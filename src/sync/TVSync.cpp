@@ -21,8 +21,8 @@ std::string_view trimSpaces(std::string_view s) {
 
 // A decimal number in the C locale (whatever locale the process runs in),
 // the whole text and nothing else. A comma counts as the decimal point:
-// the player prints numbers the way the user's locale does. Infinities and
-// NaN are refused: no clock can show them.
+// the player prints numbers the way the user's locale does. Infinities,
+// NaN and absurdly large positions are refused: no clock can show them.
 std::optional<double> parsePosition(std::string_view field) {
   std::string text(trimSpaces(field));
   for (char& c : text) {
@@ -30,7 +30,9 @@ std::optional<double> parsePosition(std::string_view field) {
   }
   std::string_view digits = text;
   if (digits.starts_with('+') && digits.size() > 1 && digits[1] != '-' && digits[1] != '+') digits.remove_prefix(1);
-  return parseDecimal(digits);
+  const auto value = parseDecimal(digits);
+  if (!value || std::fabs(*value) > maxPlausiblePosition) return std::nullopt;
+  return value;
 }
 
 }  // namespace
