@@ -22,13 +22,11 @@ const nlohmann::json* MemorySettingsStore::find(const std::string& key) const {
   return nullptr;
 }
 
-double MemorySettingsStore::doubleFor(const std::string& key) const noexcept {
-  const auto* v = find(key);
+double MemorySettingsStore::asDouble(const nlohmann::json* v) noexcept {
   return v && v->is_number() ? v->get<double>() : 0.0;
 }
 
-long long MemorySettingsStore::integerFor(const std::string& key) const noexcept {
-  const auto* v = find(key);
+long long MemorySettingsStore::asInteger(const nlohmann::json* v) noexcept {
   if (!v || !v->is_number()) return 0;
   if (v->is_number_float()) {
     const double d = v->get<double>();
@@ -38,15 +36,29 @@ long long MemorySettingsStore::integerFor(const std::string& key) const noexcept
   return v->is_number_unsigned() && v->get<unsigned long long>() > 9223372036854775807ULL ? 0 : v->get<long long>();
 }
 
-bool MemorySettingsStore::boolFor(const std::string& key) const noexcept {
-  const auto* v = find(key);
+bool MemorySettingsStore::asBool(const nlohmann::json* v) noexcept {
   return v && v->is_boolean() && v->get<bool>();
 }
 
-std::optional<std::string> MemorySettingsStore::stringFor(const std::string& key) const noexcept {
-  const auto* v = find(key);
+std::optional<std::string> MemorySettingsStore::asString(const nlohmann::json* v) noexcept {
   if (!v || !v->is_string()) return std::nullopt;
   return v->get<std::string>();
+}
+
+double MemorySettingsStore::doubleFor(const std::string& key) const noexcept {
+  return asDouble(find(key));
+}
+
+long long MemorySettingsStore::integerFor(const std::string& key) const noexcept {
+  return asInteger(find(key));
+}
+
+bool MemorySettingsStore::boolFor(const std::string& key) const noexcept {
+  return asBool(find(key));
+}
+
+std::optional<std::string> MemorySettingsStore::stringFor(const std::string& key) const noexcept {
+  return asString(find(key));
 }
 
 void MemorySettingsStore::set(const std::string& key, const SettingValue& value) noexcept {

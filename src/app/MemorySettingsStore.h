@@ -20,6 +20,14 @@ class MemorySettingsStore : public SettingsStore {
   std::optional<std::string> stringFor(const std::string& key) const noexcept override;
   void set(const std::string& key, const SettingValue& value) noexcept override;
 
+  // The typed reads of the value found under a key (null: none), for every
+  // store to share: another type reads as the zero value, and whole and
+  // fractional numbers read as each other.
+  static double asDouble(const nlohmann::json* value) noexcept;
+  static long long asInteger(const nlohmann::json* value) noexcept;
+  static bool asBool(const nlohmann::json* value) noexcept;
+  static std::optional<std::string> asString(const nlohmann::json* value) noexcept;
+
  protected:
   // Called after every set; values already holds the new value.
   virtual void persist(const std::string& key) noexcept { (void)key; }

@@ -19,7 +19,7 @@ SyncCommands macSyncCommands(std::optional<std::string> resourceDir, std::option
   SyncCommands c;
   c.poll = {"/usr/bin/osascript", "-e", std::string(TVSync::pollScript)};
   c.consent = {"/usr/bin/osascript", "-e", std::string(TVSync::consentScript)};
-  c.streamTarget = "com.apple.TV";
+  c.streamTarget = tvAppBundleID;
   c.stream = [resourceDir, privateFrameworksDir]() -> std::optional<std::vector<std::string>> {
     if (!resourceDir || !privateFrameworksDir) return std::nullopt;
     const std::string script = *resourceDir + "/mediaremote-adapter.pl";

@@ -1,0 +1,47 @@
+#import <Foundation/Foundation.h>
+
+#include <ostream>
+
+#include "app/PlatformServices.h"
+#import "mac/Conversions.h"
+#include "mac/MacSettingsStore.h"
+#include "mac/MacSyncCommands.h"
+#include "mac/MacSystem.h"
+#include "sync/TVSync.h"
+
+namespace lumerix::platform {
+
+namespace {
+
+std::optional<std::string> path(NSString* _Nullable folder) {
+  if (!folder) return std::nullopt;
+  return mac::stdString(folder);
+}
+
+}  // namespace
+
+std::unique_ptr<SettingsStore> makeUserSettingsStore(std::ostream&) {
+  return std::make_unique<MacSettingsStore>();  // the defaults system reports its own troubles
+}
+
+// macOS follows the TV app only: the poll script and the stream's filter
+// both name it, so a player named on the command line changes nothing.
+PlayerServices makePlayerServices(SettingsStore&, const std::string&) {
+  PlayerServices p;
+  p.system = std::make_unique<MacSystem>();
+  SyncCommands commands;
+  @autoreleasepool {
+    // The adapter travels inside the application bundle; outside one (the
+    // command-line program) it is missing, and the poller works alone.
+    NSBundle* bundle = NSBundle.mainBundle;
+    commands = macSyncCommands(path(bundle.resourcePath), path(bundle.privateFrameworksPath));
+  }
+  auto fused = std::make_unique<FusedSync>(
+      *p.system, std::make_unique<TVSync>(*p.system, TVSync::Options{commands.poll, commands.consent}),
+      std::make_unique<MediaRemoteSync>(*p.system, commands.stream, commands.streamTarget));
+  p.fused = fused.get();
+  p.source = std::move(fused);
+  return p;
+}
+
+}  // namespace lumerix::platform
