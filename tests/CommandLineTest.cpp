@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -264,6 +265,19 @@ TEST(CommandLineProgram, DumpCuesReportsUnreadableFiles) {
   auto directory = lumerix("--dump-cues '" + test::fixture("") + "'");
   EXPECT_EQ(directory.status, 1);
   EXPECT_EQ(directory.err, "Failed to load " + test::fixture("") + ": Is a directory\n");
+
+  // Devices never end and a FIFO blocks whoever opens it: neither is read.
+  test::TempDir dir;
+  ASSERT_EQ(::mkfifo(dir.path("f.srt").c_str(), 0600), 0);
+  for (const std::string& odd : {std::string("/dev/zero"), std::string("/dev/urandom"), dir.path("f.srt")}) {
+    auto refused = lumerix("--dump-cues '" + odd + "'");
+    EXPECT_EQ(refused.status, 1) << odd;
+    EXPECT_EQ(refused.err, "Failed to load " + odd + ": Not a regular file\n");
+  }
+  // A file far beyond any subtitle (sparse: it takes no room).
+  ASSERT_EQ(::truncate((dir.write("huge.srt", ""), dir.path("huge.srt")).c_str(), 300 << 20), 0);
+  EXPECT_EQ(lumerix("--dump-cues '" + dir.path("huge.srt") + "'").err,
+            "Failed to load " + dir.path("huge.srt") + ": File is too large (over 256 MiB)\n");
 }
 
 }  // namespace

@@ -147,12 +147,6 @@ int ConsoleDialogs::runAlert(const Alert& alert) {
 int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream& err) {
   SystemClock clock;
   std::atomic<bool> quit{false};
-  stopFlag = &quit;
-  struct sigaction action {};
-  action.sa_handler = onStopSignal;
-  sigemptyset(&action.sa_mask);
-  ::sigaction(SIGINT, &action, nullptr);
-  ::sigaction(SIGTERM, &action, nullptr);
   // A reader of our output that goes away must not kill us mid-save.
   ::signal(SIGPIPE, SIG_IGN);
 
@@ -179,6 +173,14 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   ConsoleHost host(clock, out);
   ConsoleDialogs dialogs(clock, out, quit);
   Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle, player.conventions);
+  // Only now is there a calibration to save on the way out; until here
+  // (a huge file loading, say) a stop signal simply stops us.
+  stopFlag = &quit;
+  struct sigaction action {};
+  action.sa_handler = onStopSignal;
+  sigemptyset(&action.sa_mask);
+  ::sigaction(SIGINT, &action, nullptr);
+  ::sigaction(SIGTERM, &action, nullptr);
 
   using namespace std::chrono;
   const auto period = duration_cast<steady_clock::duration>(duration<double>(Controller::tickInterval));

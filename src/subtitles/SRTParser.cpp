@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <iterator>
 #include <system_error>
 #include <thread>
@@ -332,8 +333,15 @@ std::vector<Cue> SRTParser::parseDecoded(std::string_view text, std::size_t spli
   const auto cut = text.size() > splitAbove ? blockBoundaryAfter(text, text.size() / 2) : std::nullopt;
   if (cut) {
     std::vector<Cue> later;
+    std::exception_ptr failed;  // an exception must not end the thread: it would end the process
     try {
-      std::thread second([&] { appendCues(text.substr(cut->second), later); });
+      std::thread second([&] {
+        try {
+          appendCues(text.substr(cut->second), later);
+        } catch (...) {
+          failed = std::current_exception();
+        }
+      });
       try {
         appendCues(text.substr(0, cut->first), cues);
       } catch (...) {
@@ -341,6 +349,7 @@ std::vector<Cue> SRTParser::parseDecoded(std::string_view text, std::size_t spli
         throw;
       }
       second.join();
+      if (failed) std::rethrow_exception(failed);
       cues.reserve(cues.size() + later.size());
       std::move(later.begin(), later.end(), std::back_inserter(cues));
       return sortedByStart(std::move(cues));
@@ -385,9 +394,8 @@ Result<std::vector<Cue>, SRTParseError> SRTParser::parseBytes(std::string bytes)
 Result<std::vector<Cue>, SubtitleReadError> SRTParser::parse(const std::string& path) {
   using R = Result<std::vector<Cue>, SubtitleReadError>;
   std::string bytes;
-  if (!readWholeFile(path, bytes)) {
-    const int code = errno;
-    return R::failure(FileReadError{code, std::strerror(code)});
+  if (auto problem = readRegularFile(path, bytes, maxFileBytes)) {
+    return R::failure(FileReadError{problem->code, std::move(problem->description)});
   }
   auto cues = parseBytes(std::move(bytes));
   if (!cues) return R::failure(cues.error());

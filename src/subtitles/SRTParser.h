@@ -38,8 +38,13 @@ class SRTParser {
  public:
   SRTParser() = delete;
 
+  // Far beyond any real subtitle file (a season is a few MiB): anything
+  // bigger is refused rather than read into memory.
+  static constexpr std::size_t maxFileBytes = std::size_t{256} << 20;
+
   // The cues of the file at path, sorted by start (ties keep file order).
-  // A file with no recognisable cue gives an empty list, not an error.
+  // A file with no recognisable cue gives an empty list, not an error; what
+  // is not a regular file, or is bigger than maxFileBytes, is an error.
   static Result<std::vector<Cue>, SubtitleReadError> parse(const std::string& path);
 
   // The same for bytes already in memory.

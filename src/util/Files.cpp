@@ -4,8 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <new>
+#include <stdexcept>
 
 #include "util/Path.h"
 
@@ -50,31 +55,70 @@ bool writeFileAtomically(const std::string& path, std::string_view contents) {
   return true;
 }
 
-bool readWholeFile(const std::string& path, std::string& contents) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
+std::optional<ReadProblem> readRegularFile(const std::string& path, std::string& contents, std::size_t maxBytes) {
+  contents.clear();
+  auto problem = [](int code, std::string description = {}) {
+    return ReadProblem{code, description.empty() ? std::strerror(code) : std::move(description)};
+  };
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return problem(errno);
+  struct Closer {
+    int fd;
+    ~Closer() { ::close(fd); }
+  } closer{fd};
   struct stat st {};
-  // One byte more than the size, so that the read seeing end of file needs no growth.
-  const bool sized = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0;
-  contents.resize(sized ? static_cast<std::size_t>(st.st_size) + 1 : 65536);
-  std::size_t used = 0;
-  for (;;) {
-    if (used == contents.size()) contents.resize(contents.size() * 2);
-    const ssize_t n = ::read(fd, contents.data() + used, contents.size() - used);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      const int code = errno;
-      ::close(fd);
-      contents.clear();
-      errno = code;
-      return false;
+  if (::fstat(fd, &st) != 0) return problem(errno);
+  if (S_ISDIR(st.st_mode)) return problem(EISDIR);
+  if (!S_ISREG(st.st_mode)) return problem(EINVAL, "Not a regular file");
+  const auto tooLarge = [&] {
+    char text[96];
+    std::snprintf(text, sizeof text, "File is too large (over %zu MiB)", maxBytes >> 20);
+    return problem(EFBIG, text);
+  };
+  if (static_cast<unsigned long long>(st.st_size) > maxBytes) return tooLarge();
+  try {
+    // One byte more than the size, so that the read seeing end of file
+    // needs no growth; a file that grows meanwhile still stops at the cap.
+    contents.resize(static_cast<std::size_t>(st.st_size) + 1);
+    std::size_t used = 0;
+    for (;;) {
+      if (used == contents.size()) {
+        if (used > maxBytes) {
+          contents.clear();
+          return tooLarge();
+        }
+        contents.resize(std::min(contents.size() * 2, maxBytes + 1));
+      }
+      const ssize_t n = ::read(fd, contents.data() + used, contents.size() - used);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        const int code = errno;
+        contents.clear();
+        return problem(code);
+      }
+      if (n == 0) break;
+      used += static_cast<std::size_t>(n);
     }
-    if (n == 0) break;
-    used += static_cast<std::size_t>(n);
+    if (used > maxBytes) {
+      contents.clear();
+      return tooLarge();
+    }
+    contents.resize(used);
+  } catch (const std::bad_alloc&) {
+    contents.clear();
+    contents.shrink_to_fit();
+    return problem(ENOMEM);
+  } catch (const std::length_error&) {
+    contents.clear();
+    return problem(ENOMEM);
   }
-  ::close(fd);
-  contents.resize(used);
-  return true;
+  return std::nullopt;
+}
+
+bool readWholeFile(const std::string& path, std::string& contents) {
+  auto problem = readRegularFile(path, contents, 16 << 20);
+  if (problem) errno = problem->code;
+  return !problem;
 }
 
 }  // namespace lumerix

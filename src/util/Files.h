@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,8 +13,21 @@ namespace lumerix {
 // any failure; the reason is in errno.
 bool writeFileAtomically(const std::string& path, std::string_view contents);
 
-// Reads the whole file into contents. False when it cannot be read; the
-// reason is in errno.
+// Why a file could not be read: the system's error number and a sentence
+// for users ("No such file or directory", "Not a regular file").
+struct ReadProblem {
+  int code = 0;
+  std::string description;
+};
+
+// Reads a regular file whole into contents. What is not a regular file is
+// refused without waiting on it (a FIFO would block the open, a device
+// would never end), and so is a file of more than maxBytes; running out of
+// memory is a problem like any other. Never throws.
+std::optional<ReadProblem> readRegularFile(const std::string& path, std::string& contents, std::size_t maxBytes);
+
+// The same for the small files the program keeps (settings, side files):
+// at most 16 MiB. False when it cannot be read; the reason is in errno.
 bool readWholeFile(const std::string& path, std::string& contents);
 
 }  // namespace lumerix
