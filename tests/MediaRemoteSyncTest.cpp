@@ -112,6 +112,9 @@ TEST(MediaRemoteLines, StatusTextsForEachKindOfNothing) {
   }
   s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","playing":true,"elapsedTime":5,"playbackRate":2})"));
   EXPECT_DOUBLE_EQ(s.position(), 5);
+  // A line nested past all reason is dropped: copying it would overflow the stack.
+  s.mr.consume(line(R"({"elapsedTime":7,"junk":)" + std::string(80000, '[') + std::string(80000, ']') + "}", "true"));
+  EXPECT_DOUBLE_EQ(s.position(), 5);
 
   // With no chosen player, any player's information counts.
   MediaRemoteSync any(

@@ -67,6 +67,18 @@ TEST(Settings, CorruptFileIsReportedOnceAndKeptAside) {
   EXPECT_EQ(kept, "{\"FontSize\": 30,");
   ASSERT_TRUE(readWholeFile(dir.path("settings.json"), now));
   EXPECT_EQ(nlohmann::json::parse(now), nlohmann::json::parse(R"({"FontSize":24.0,"PanelAlpha":0.5})"));
+
+  // Nested past all reason: writing it back would overflow the stack.
+  const std::string deep = "{\"FontSize\":30,\"x\":" + std::string(80000, '[') + std::string(80000, ']') + "}";
+  dir.write("settings.json", deep);
+  std::ostringstream deepWarnings;
+  FileSettingsStore nested(dir.path("settings.json"), deepWarnings);
+  EXPECT_EQ(nested.doubleFor("FontSize"), 0.0);
+  nested.set("FontSize", 26.0);
+  ASSERT_TRUE(readWholeFile(dir.path("settings.json.corrupt"), kept));
+  EXPECT_EQ(kept, deep);
+  const std::string told = deepWarnings.str();
+  EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1) << told;
 }
 
 TEST(Settings, StringsThatAreNotUtf8AreKeptByteForByte) {

@@ -11,6 +11,7 @@
 #include "subtitles/SRTParser.h"
 #include "ui/Texts.h"
 #include "util/Files.h"
+#include "util/JsonText.h"
 #include "util/Path.h"
 #include "util/Unicode.h"
 
@@ -22,6 +23,7 @@ namespace {
 std::optional<std::pair<double, double>> readTiming(const std::string& sidePath) {
   std::string text;
   if (!readWholeFile(sidePath, text)) return std::nullopt;
+  if (!json::nestingWithin(text, json::maxNesting)) return std::nullopt;
   const auto json = nlohmann::json::parse(text, nullptr, false);
   if (!json.is_object()) return std::nullopt;
   for (const auto& [key, value] : json.items()) {

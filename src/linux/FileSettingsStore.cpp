@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "util/Files.h"
+#include "util/JsonText.h"
 #include "util/Path.h"
 #include "util/Unicode.h"
 
@@ -87,8 +88,9 @@ FileSettingsStore::FileSettingsStore(std::string path, std::ostream& warnings)
   bool corrupt = false;
   if (auto loaded = readFile(corrupt)) values = std::move(*loaded);
   if (corrupt) {
-    warnOnce("lumerix: " + file + " is not a JSON object; starting from the defaults (the file will be kept as " +
-             file + ".corrupt)");
+    warnOnce("lumerix: " + file +
+             " is not a JSON object of settings; starting from the defaults (the file will be kept as " + file +
+             ".corrupt)");
   }
 }
 
@@ -107,13 +109,14 @@ std::optional<nlohmann::json> FileSettingsStore::readFile(bool& corrupt) {
     if (errno != ENOENT) warnOnce("lumerix: cannot read " + file + ": " + std::strerror(errno));
     return std::nullopt;
   }
-  auto json = nlohmann::json::parse(text, nullptr, false);
-  if (!json.is_object()) {
+  auto parsed = json::nestingWithin(text, json::maxNesting) ? nlohmann::json::parse(text, nullptr, false)
+                                                            : nlohmann::json();
+  if (!parsed.is_object()) {
     corrupt = true;
     return std::nullopt;
   }
-  decodeFromFile(json);
-  return json;
+  decodeFromFile(parsed);
+  return parsed;
 }
 
 void FileSettingsStore::persist(const std::string& key) noexcept {
@@ -121,7 +124,7 @@ void FileSettingsStore::persist(const std::string& key) noexcept {
     bool corrupt = false;
     nlohmann::json merged = readFile(corrupt).value_or(values);
     if (corrupt) {
-      warnOnce("lumerix: " + file + " is not a JSON object; keeping it as " + file + ".corrupt");
+      warnOnce("lumerix: " + file + " is not a JSON object of settings; keeping it as " + file + ".corrupt");
       std::rename(file.c_str(), (file + ".corrupt").c_str());
     }
     merged[key] = values[key];

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "util/JsonText.h"
 #include "util/Thread.h"
 
 namespace lumerix {
@@ -80,7 +81,7 @@ void MediaRemoteSync::consume(std::string_view data) {
 }
 
 void MediaRemoteSync::handleLine(std::string_view line) {
-  if (line.empty()) return;
+  if (line.empty() || !json::nestingWithin(line, json::maxNesting)) return;
   auto object = nlohmann::json::parse(line, nullptr, /*allow_exceptions=*/false);
   if (!object.is_object()) return;  // also what a parse error gives (discarded)
   const auto type = object.find("type");

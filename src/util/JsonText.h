@@ -15,4 +15,13 @@ void appendString(std::string& out, std::string_view text);
 // infinities, which JSON cannot hold, as null.
 void appendNumber(std::string& out, double value);
 
+// Whether the text nests arrays and objects no deeper than maxDepth (text
+// inside strings does not count). The JSON library copies and writes
+// nested values recursively, so a file nested tens of thousands deep would
+// overflow the stack: such text is refused before it is parsed.
+bool nestingWithin(std::string_view text, std::size_t maxDepth);
+
+// Settings and helper messages are flat; this leaves plenty of room.
+inline constexpr std::size_t maxNesting = 64;
+
 }  // namespace lumerix::json
