@@ -206,6 +206,16 @@ TEST(CommandLineProgram, DemoShowsTheSampleOnTimeAndStopsCleanly) {
   EXPECT_GE((*first)["pos"].get<double>(), 1.0);
   EXPECT_EQ((*first)["sub"], (*first)["pos"]);
 
+  // Sizes from a settings file can be anything; measuring never overflows.
+  test::FakeSystem still;
+  std::ostringstream quiet;
+  ConsoleHost host(still, quiet);
+  for (double size : {28.0, 1e11, 1e300}) {
+    const Size measured = host.measureText({.text = "two\nlines", .font = {{}, size}}, {756, 2000});
+    EXPECT_LE(measured.width, 756) << size;
+    EXPECT_LE(measured.height, 2000) << size;
+  }
+
   // The demo's player plays its episode over and over.
   test::FakeSystem clock;
   DemoSync demo(clock, demoLoopSeconds());

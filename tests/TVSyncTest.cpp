@@ -68,6 +68,10 @@ TEST(TVSyncAnswers, PositionsAreCNumbersAndNothingElse) {
   EXPECT_EQ(truncatedInteger(-3.7), "-3");
   EXPECT_EQ(truncatedInteger(1e300), "9223372036854775807");
   EXPECT_EQ(truncatedInteger(std::nan("")), "0");
+  EXPECT_EQ(saturatedInt(27.6), 28);
+  EXPECT_EQ(saturatedInt(1e300), 2147483647);
+  EXPECT_EQ(saturatedInt(-1e300), -2147483647 - 1);
+  EXPECT_EQ(saturatedInt(std::nan("")), 0);
 }
 
 TEST(TVSyncAnswers, SmallDifferencesAreSmoothedAndJumpsTakenAsTheyAre) {

@@ -121,8 +121,9 @@ double demoLoopSeconds() {
 }
 
 Size ConsoleHost::measureText(const TextLayer& layer, Size bounds) {
+  // All in doubles: a settings file may hold a font size no integer holds.
   double widest = 0;
-  int lines = 0;
+  double lines = 0;
   std::size_t start = 0;
   for (;;) {
     const std::size_t end = layer.text.find('\n', start);
@@ -130,7 +131,7 @@ Size ConsoleHost::measureText(const TextLayer& layer, Size bounds) {
     std::size_t points = 0;
     for (std::size_t i = 0; i < line.size(); ++points) unicode::next(line, i);
     const double width = 0.55 * layer.font.size * static_cast<double>(points);
-    const int wraps = bounds.width > 0 ? std::max(1, static_cast<int>(std::ceil(width / bounds.width))) : 1;
+    const double wraps = bounds.width > 0 ? std::max(1.0, std::ceil(width / bounds.width)) : 1.0;
     widest = std::max(widest, std::min(width, bounds.width));
     lines += wraps;
     if (end == std::string::npos) break;

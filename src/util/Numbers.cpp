@@ -64,4 +64,11 @@ std::string truncatedInteger(double value) {
   return std::to_string(static_cast<std::int64_t>(value));
 }
 
+int saturatedInt(double value) {
+  if (std::isnan(value)) return 0;
+  if (value >= static_cast<double>(std::numeric_limits<int>::max())) return std::numeric_limits<int>::max();
+  if (value <= static_cast<double>(std::numeric_limits<int>::min())) return std::numeric_limits<int>::min();
+  return static_cast<int>(std::lround(value));
+}
+
 }  // namespace lumerix

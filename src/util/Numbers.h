@@ -18,4 +18,9 @@ std::optional<double> parseDecimal(std::string_view text);
 // and NaN as 0: settings files may hold any number.
 std::string truncatedInteger(double value);
 
+// The nearest int, with values beyond an int's range (and infinities) held
+// at its ends and NaN as 0: for handing sizes from settings to interfaces
+// that count in ints, where an out-of-range conversion is undefined.
+int saturatedInt(double value);
+
 }  // namespace lumerix
