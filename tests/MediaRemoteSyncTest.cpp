@@ -148,6 +148,23 @@ TEST(MediaRemoteThread, StreamsFromAHelperAndStopsCleanly) {
   EXPECT_EQ(test::threadCount(), threadsBefore);
 }
 
+TEST(MediaRemoteThread, AHelperThatIgnoresStoppingDoesNotHoldUpQuitting) {
+  test::TempDir dir;
+  FakeSystem clock;
+  clock.realTime = true;
+  const auto begin = std::chrono::steady_clock::now();
+  {
+    MediaRemoteSync mr(clock, [&] {
+      return std::optional<std::vector<std::string>>({test::helper("ignore-term.sh"), dir.path("pids")});
+    });
+    mr.start();
+    ASSERT_TRUE(test::waitFor([&] { return test::firstPid(dir.path("pids")) > 0; }));
+    mr.cancel();
+  }  // joins the reader thread: only possible once the helper is gone
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+  EXPECT_TRUE(test::processGroupGone(test::firstPid(dir.path("pids"))));
+}
+
 TEST(MediaRemoteThread, AHelperThatExitsIsRelaunchedAfterTheDelayUntilCancelled) {
   test::TempDir dir;
   FakeSystem clock;

@@ -4,7 +4,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
+#include <thread>
 #include <set>
 #include <sstream>
 
@@ -91,6 +93,42 @@ TEST(Subprocess, CancellingStopsTheRunInFlightAndRefusesNewOnes) {
   EXPECT_TRUE(test::processGroupGone(test::firstPid(pids)));
   slot.cancel();  // twice is harmless
   EXPECT_FALSE(slot.run({"/bin/echo", "hi"}, 1.0));
+}
+
+// A helper that ignores SIGTERM must not keep anyone waiting: a cancelled
+// run is killed after a second's grace, whoever is pumping it.
+TEST(Subprocess, ChildrenThatIgnoreTheStopRequestAreKilled) {
+  test::TempDir dir;
+  const std::string pids = dir.path("pids");
+  ProcessSlot slot;
+  std::thread canceller([&] {
+    test::waitFor([&] { return test::firstPid(pids) > 0; });
+    slot.cancel();
+  });
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_FALSE(slot.run({test::helper("ignore-term.sh"), pids}, std::nullopt));
+  canceller.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+  EXPECT_TRUE(test::processGroupGone(test::firstPid(pids)));
+}
+
+// Where the reaper cannot wait without reaping, it still never blocks
+// others from signalling the child.
+TEST(Subprocess, TheReaperNeverBlocksSignallingWhileItWaits) {
+  testhooks::failWaitForExit(true);
+  auto child = Subprocess::start({"/bin/sleep", "30"});
+  ASSERT_TRUE(child.ok());
+  std::atomic<bool> signalled{false};
+  std::thread stopper([&] {
+    std::this_thread::sleep_for(100ms);  // the reaper is waiting by now
+    child.value()->terminate();
+    signalled = true;
+  });
+  EXPECT_TRUE(test::waitFor([&] { return signalled.load(); }, 3s));
+  EXPECT_TRUE(test::waitFor([&] { return child.value()->exited(); }, 3s));
+  stopper.join();
+  testhooks::failWaitForExit(false);
+  EXPECT_EQ(child.value()->exitStatus(), 128 + SIGTERM);
 }
 
 TEST(Subprocess, ChildrenGetDefaultSignalHandling) {

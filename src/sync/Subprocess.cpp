@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -56,14 +58,14 @@ Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::ve
   using R = Result<std::unique_ptr<Subprocess>, std::string>;
   if (argv.empty() || argv[0].empty()) return R::failure(std::strerror(ENOENT));
 
-  int out[2] = {-1, -1}, err[2] = {-1, -1}, exitPipe[2] = {-1, -1};
+  int out[2] = {-1, -1}, err[2] = {-1, -1}, exitPipe[2] = {-1, -1}, wake[2] = {-1, -1};
   auto closeAll = [&] {
-    for (int* p : {out, err, exitPipe}) {
+    for (int* p : {out, err, exitPipe, wake}) {
       closeFd(p[0]);
       closeFd(p[1]);
     }
   };
-  if (!makePipe(out) || !makePipe(err) || !makePipe(exitPipe)) {
+  if (!makePipe(out) || !makePipe(err) || !makePipe(exitPipe) || !makePipe(wake)) {
     const int code = errno;
     closeAll();
     return R::failure(std::strerror(code));
@@ -106,28 +108,60 @@ Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::ve
   }
   ::fcntl(out[0], F_SETFL, O_NONBLOCK);
   ::fcntl(err[0], F_SETFL, O_NONBLOCK);
-  return R::success(std::unique_ptr<Subprocess>(new Subprocess(pid, out[0], err[0], exitPipe[0], exitPipe[1])));
+  ::fcntl(wake[0], F_SETFL, O_NONBLOCK);
+  ::fcntl(wake[1], F_SETFL, O_NONBLOCK);
+  return R::success(
+      std::unique_ptr<Subprocess>(new Subprocess(pid, out[0], err[0], exitPipe[0], exitPipe[1], wake[0], wake[1])));
 }
 
-Subprocess::Subprocess(pid_t pid, int outFd, int errFd, int exitRead, int exitWrite)
-    : pid_(pid), outFd_(outFd), errFd_(errFd), exitRead_(exitRead), exitWrite_(exitWrite) {
+Subprocess::Subprocess(pid_t pid, int outFd, int errFd, int exitRead, int exitWrite, int wakeRead, int wakeWrite)
+    : pid_(pid),
+      outFd_(outFd),
+      errFd_(errFd),
+      exitRead_(exitRead),
+      exitWrite_(exitWrite),
+      wakeRead_(wakeRead),
+      wakeWrite_(wakeWrite) {
   waiter_ = std::thread([this] { waitForExit(); });
+}
+
+namespace {
+std::atomic<bool> waitidFails{false};
+}  // namespace
+
+void testhooks::failWaitForExit(bool fail) {
+  waitidFails = fail;
 }
 
 void Subprocess::waitForExit() {
   // Wait without reaping first: while the zombie exists its pid cannot be
   // reused, so terminate() under the mutex never signals a stranger.
   siginfo_t info{};
-  while (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+  int rc;
+  while ((rc = waitidFails ? (errno = EINVAL, -1)
+                           : ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT)) != 0 &&
+         errno == EINTR) {
   }
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    int status = 0;
+  int status = 0;
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (rc != 0) {
+    // No way to wait without reaping: reap blocking, but never with the
+    // lock held, or no one could signal the child meanwhile. A signal sent
+    // in the moment between reaping and marking it exited could reach a
+    // new process with the same pid; that moment is as short as we can make it.
+    lock.unlock();
+    pid_t reaped;
+    while ((reaped = ::waitpid(pid_, &status, 0)) < 0 && errno == EINTR) {
+    }
+    lock.lock();
+    if (reaped < 0) status = 0;
+  } else {
     while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }
-    exited_ = true;
-    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
   }
+  exited_ = true;
+  status_ = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+  lock.unlock();
   const char byte = 1;
   while (::write(exitWrite_, &byte, 1) < 0 && errno == EINTR) {
   }
@@ -142,6 +176,8 @@ Subprocess::~Subprocess() {
   closeFd(errFd_);
   ::close(exitRead_);
   ::close(exitWrite_);
+  ::close(wakeRead_);
+  ::close(wakeWrite_);
 }
 
 bool Subprocess::exited() const {
@@ -163,18 +199,50 @@ void Subprocess::terminate() {
   signalGroup(SIGTERM);
 }
 
+void Subprocess::requestStop(std::chrono::milliseconds grace) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (exited_) return;
+    const TimePoint at = std::chrono::steady_clock::now() + grace;
+    if (!killAt_ || at < *killAt_) killAt_ = at;
+    ::kill(-pid_, SIGTERM);
+  }
+  const char byte = 1;
+  while (::write(wakeWrite_, &byte, 1) < 0 && errno == EINTR) {
+  }
+}
+
 bool Subprocess::pump(const Chunk& onStdout, const Chunk& onStderr, std::optional<TimePoint> deadline) {
+  using namespace std::chrono;
+  auto msUntil = [](TimePoint t) {
+    return std::max<long long>(0, ceil<milliseconds>(t - steady_clock::now()).count());
+  };
   for (;;) {
-    pollfd fds[3] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}, {exitRead_, POLLIN, 0}};
-    int timeoutMs = -1;
-    if (deadline) {
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
-      if (left.count() <= 0) return false;
-      timeoutMs = static_cast<int>(std::min<long long>(left.count(), 1 << 30));
+    std::optional<TimePoint> killAt;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      killAt = killAt_;
     }
-    const int n = ::poll(fds, 3, timeoutMs);
+    if (killAt && steady_clock::now() >= *killAt) {
+      signalGroup(SIGKILL);  // asked to stop and still there: no more asking
+      std::lock_guard<std::mutex> lock(mutex_);
+      killAt_.reset();
+      killAt.reset();
+    }
+    pollfd fds[4] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}, {exitRead_, POLLIN, 0}, {wakeRead_, POLLIN, 0}};
+    long long timeoutMs = -1;
+    if (deadline) {
+      timeoutMs = msUntil(*deadline);
+      if (timeoutMs == 0) return false;
+    }
+    if (killAt) timeoutMs = timeoutMs < 0 ? msUntil(*killAt) : std::min(timeoutMs, msUntil(*killAt));
+    const int n = ::poll(fds, 4, static_cast<int>(std::min<long long>(timeoutMs, 1 << 30)));
     if (n < 0 && errno == EINTR) continue;
-    if (n == 0) return false;
+    if (n == 0) {
+      if (deadline && steady_clock::now() >= *deadline) return false;
+      continue;  // the stop's grace ran out: the top of the loop kills
+    }
+    if (fds[3].revents) readAvailable(wakeRead_, nullptr);  // a stop was asked for: the loop sees it
     if (fds[0].revents && !readAvailable(outFd_, onStdout)) closeFd(outFd_);
     if (fds[1].revents && !readAvailable(errFd_, onStderr)) closeFd(errFd_);
     if (fds[2].revents) {
@@ -199,7 +267,7 @@ void Subprocess::stop(std::chrono::milliseconds grace) {
 void ProcessSlot::cancel() {
   std::lock_guard<std::mutex> lock(mutex_);
   cancelled_ = true;
-  if (current_) current_->terminate();
+  if (current_) current_->requestStop(std::chrono::seconds(1));
 }
 
 bool ProcessSlot::cancelled() const {

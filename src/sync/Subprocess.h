@@ -43,6 +43,12 @@ class Subprocess {
   // Any thread.
   void terminate();
 
+  // terminate(), and SIGKILL to the group if it is still there after grace:
+  // a helper that ignores SIGTERM must not keep us from quitting. The
+  // thread pumping the child's output carries the escalation out, so it
+  // returns within about grace. Any thread, any number of times.
+  void requestStop(std::chrono::milliseconds grace);
+
   // Hands output to the callbacks (either may be empty) as it arrives,
   // until the child has exited and what it wrote is read, or until the
   // deadline. Returns whether the child exited. One pumping thread at a time.
@@ -53,19 +59,27 @@ class Subprocess {
   void stop(std::chrono::milliseconds grace);
 
  private:
-  Subprocess(pid_t pid, int outFd, int errFd, int exitRead, int exitWrite);
+  Subprocess(pid_t pid, int outFd, int errFd, int exitRead, int exitWrite, int wakeRead, int wakeWrite);
   void signalGroup(int sig);
   void waitForExit();
 
   const pid_t pid_;
   int outFd_, errFd_;
   const int exitRead_, exitWrite_;  // the waiter writes one byte when the child exits
+  const int wakeRead_, wakeWrite_;  // requestStop writes one byte to wake the pump
   std::thread waiter_;
 
-  mutable std::mutex mutex_;  // guards exited_ and makes signalling and reaping exclusive
+  mutable std::mutex mutex_;  // guards exited_, status_ and killAt_; makes signalling and reaping exclusive
   bool exited_ = false;
   int status_ = -1;
+  std::optional<TimePoint> killAt_;  // when a requested stop turns into SIGKILL
 };
+
+namespace testhooks {
+// Makes the reaper's wait for the child fail, as it can on some systems,
+// so that the fallback is exercised. Tests only.
+void failWaitForExit(bool fail);
+}  // namespace testhooks
 
 struct CommandOutput {
   std::string out;
