@@ -35,6 +35,20 @@ TEST(MediaRemoteLines, LinesAreCutAcrossReadsAndJunkIsDropped) {
   EXPECT_DOUBLE_EQ(s.position(), 13);
 }
 
+// A helper that never ends its line costs at most a megabyte, and the
+// stream picks up again at the next line feed.
+TEST(MediaRemoteLines, EndlessLinesAreDroppedWhole) {
+  Stream s;
+  const std::string chunk(64 << 10, 'x');
+  for (int i = 0; i < 64; ++i) s.mr.consume(chunk);  // 4 MiB, no line feed
+  EXPECT_LE(s.mr.pendingBytes(), MediaRemoteSync::maxLineBytes);
+  s.mr.consume(R"({"type":"data","payload":{"bundleIdentifier":"com.apple.TV","elapsedTime":3}})" "\n");
+  EXPECT_FALSE(s.mr.snapshot().position);  // still the end of the long line
+  s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":4})"));
+  EXPECT_DOUBLE_EQ(s.position(), 4);
+  EXPECT_EQ(s.mr.pendingBytes(), 0u);
+}
+
 TEST(MediaRemoteLines, DiffsMergeAndFullPayloadsReplace) {
   Stream s;
   s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":5,"playing":true,"title":"Ep 1"})"));

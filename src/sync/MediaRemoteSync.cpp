@@ -71,13 +71,27 @@ void MediaRemoteSync::run() {
 }
 
 void MediaRemoteSync::consume(std::string_view data) {
-  if (data.empty()) return;
-  lineBuffer.append(data);
-  std::size_t start = 0;
-  for (std::size_t feed; (feed = lineBuffer.find('\n', start)) != std::string::npos; start = feed + 1) {
-    handleLine(std::string_view(lineBuffer).substr(start, feed - start));
+  // Each byte is looked at once: only what arrived since the last call is
+  // searched for line feeds.
+  while (!data.empty()) {
+    const std::size_t feed = data.find('\n');
+    const std::string_view piece = data.substr(0, feed);
+    if (!discarding) {
+      if (lineBuffer.size() + piece.size() > maxLineBytes) {
+        // No now-playing state is this long: drop the line and pick up
+        // again at the next line feed.
+        lineBuffer.clear();
+        discarding = true;
+      } else {
+        lineBuffer.append(piece);
+      }
+    }
+    if (feed == std::string_view::npos) return;
+    if (!discarding) handleLine(lineBuffer);
+    lineBuffer.clear();
+    discarding = false;
+    data.remove_prefix(feed + 1);
   }
-  lineBuffer.erase(0, start);
 }
 
 void MediaRemoteSync::handleLine(std::string_view line) {

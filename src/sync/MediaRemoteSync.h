@@ -42,8 +42,14 @@ class MediaRemoteSync : public SyncSource {
   void snapshotInto(SyncSnapshot& into) override;
   bool permissionIssue() override { return false; }
 
+  // A line longer than this is dropped whole (the helper's lines are a few
+  // hundred bytes).
+  static constexpr std::size_t maxLineBytes = 1 << 20;
+
   // Output of the helper as it arrives, cut into lines. Reader thread.
   void consume(std::string_view data);
+  // Bytes of an unfinished line held now. Reader thread.
+  std::size_t pendingBytes() const { return lineBuffer.size(); }
   void handleLine(std::string_view line);
 
   // "yyyy-MM-ddTHH:mm:ss.SSSZ" or "yyyy-MM-ddTHH:mm:ssZ", UTC, as seconds
@@ -72,7 +78,8 @@ class MediaRemoteSync : public SyncSource {
   bool idleFlag = false;
 
   // Reader side only: one call at a time, no lock.
-  std::string lineBuffer;
+  std::string lineBuffer;   // the line so far, without its line feed
+  bool discarding = false;  // the line so far was too long: skip to its end
   nlohmann::json merged = nlohmann::json::object();
 
   Worker worker;  // last: stopped and joined before the fields above go

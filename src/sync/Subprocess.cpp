@@ -301,8 +301,13 @@ std::optional<CommandOutput> ProcessSlot::run(const std::vector<std::string>& ar
     deadline = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                                                       std::chrono::duration<double>(*timeoutSeconds));
   }
-  const bool exited = p.pump([&](std::string_view s) { output.out.append(s); },
-                             [&](std::string_view s) { output.err.append(s); }, deadline);
+  // The answers are a line or two; a helper that floods us gets its first
+  // bytes kept and the rest read and dropped.
+  static constexpr std::size_t keep = 64 << 10;
+  auto into = [](std::string& text) {
+    return [&text](std::string_view s) { text.append(s.substr(0, keep - std::min(keep, text.size()))); };
+  };
+  const bool exited = p.pump(into(output.out), into(output.err), deadline);
   if (!exited) p.stop(std::chrono::seconds(1));
   detach();
   if (!exited || cancelled()) return std::nullopt;

@@ -93,9 +93,9 @@ class ProcessSlot {
   void cancel();
   bool cancelled() const;
 
-  // Runs argv to completion, collecting its output. Absent when it cannot be
-  // launched, when it outlives the timeout (it is then stopped), or when the
-  // slot is cancelled.
+  // Runs argv to completion, collecting its output (the first 64 KiB of
+  // each stream). Absent when it cannot be launched, when it outlives the
+  // timeout (it is then stopped), or when the slot is cancelled.
   std::optional<CommandOutput> run(const std::vector<std::string>& argv, std::optional<double> timeoutSeconds);
 
   // Runs argv until it exits, handing its stdout to onStdout as it arrives
