@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <sstream>
+#include <thread>
 
 #include "SyncTestSupport.h"
 #include "app/EpisodeMatch.h"
@@ -47,9 +48,48 @@ TEST(Settings, FileIsRewrittenAtomicallyAndKeepsOtherWritersKeys) {
   ASSERT_TRUE(readWholeFile(path, text));
   EXPECT_EQ(nlohmann::json::parse(text), nlohmann::json::parse(R"({"FontSize":30.0,"DebugLog":true,"BGMode":1})"));
   EXPECT_EQ(warnings.str(), "");
-  int files = 0;
-  for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator(dir.path("cfg/lumerix"))) ++files;
-  EXPECT_EQ(files, 1);  // no temporary files left behind
+  std::vector<std::string> files;
+  for (const auto& e : std::filesystem::directory_iterator(dir.path("cfg/lumerix"))) {
+    files.push_back(e.path().filename());
+  }
+  std::sort(files.begin(), files.end());
+  // No temporary files left behind; the lock file stays for the next save.
+  EXPECT_EQ(files, (std::vector<std::string>{"settings.json", "settings.json.lock"}));
+}
+
+// Settings kept elsewhere (a dotfiles repository, say) and linked in: the
+// file the link names is updated, and the link stays a link.
+TEST(Settings, ALinkedFileIsWrittenThroughTheLink) {
+  test::TempDir dir;
+  dir.write("dotfiles/lumerix.json", R"({"DebugLog":true})");
+  std::filesystem::create_directories(dir.path("config"));
+  std::filesystem::create_symlink("../dotfiles/lumerix.json", dir.path("config/settings.json"));
+  std::ostringstream warnings;
+  FileSettingsStore s(dir.path("config/settings.json"), warnings);
+  s.set("FontSize", 32.0);
+  EXPECT_TRUE(std::filesystem::is_symlink(dir.path("config/settings.json")));
+  std::string text;
+  ASSERT_TRUE(readWholeFile(dir.path("dotfiles/lumerix.json"), text));
+  EXPECT_EQ(nlohmann::json::parse(text), nlohmann::json::parse(R"({"DebugLog":true,"FontSize":32.0})"));
+  EXPECT_EQ(warnings.str(), "");
+}
+
+// Two instances saving at once lose none of each other's keys.
+TEST(Settings, InstancesSavingAtOnceKeepEveryKey) {
+  test::TempDir dir;
+  const std::string path = dir.path("settings.json");
+  std::ostringstream warningsA, warningsB;
+  FileSettingsStore a(path, warningsA), b(path, warningsB);
+  auto writeMany = [](FileSettingsStore& store, const char* prefix) {
+    for (int i = 0; i < 150; ++i) store.set(prefix + std::to_string(i), static_cast<long long>(i));
+  };
+  std::thread other([&] { writeMany(b, "b"); });
+  writeMany(a, "a");
+  other.join();
+  std::string text;
+  ASSERT_TRUE(readWholeFile(path, text));
+  EXPECT_EQ(nlohmann::json::parse(text).size(), 300u);
+  EXPECT_EQ(warningsA.str() + warningsB.str(), "");
 }
 
 TEST(Settings, CorruptFileIsReportedOnceAndKeptAside) {

@@ -1,6 +1,9 @@
 #include "linux/FileSettingsStore.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -119,8 +122,44 @@ std::optional<nlohmann::json> FileSettingsStore::readFile(bool& corrupt) {
   return parsed;
 }
 
+namespace {
+
+// Another instance may be saving at the same moment: reading, merging and
+// writing happen under an exclusive lock on a file beside the settings, so
+// no one's key is lost between someone else's read and write. A lock that
+// cannot be had within a few seconds is done without rather than hang.
+class SaveLock {
+ public:
+  explicit SaveLock(const std::string& settingsFile) {
+    fd = ::open((settingsFile + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) return;
+    for (int tries = 0; tries < 300; ++tries) {
+      if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return;
+      if (errno != EWOULDBLOCK && errno != EINTR) return;
+      ::usleep(10000);
+    }
+  }
+  ~SaveLock() {
+    if (fd >= 0) ::close(fd);  // and with it the lock
+  }
+  SaveLock(const SaveLock&) = delete;
+  SaveLock& operator=(const SaveLock&) = delete;
+
+ private:
+  int fd = -1;
+};
+
+}  // namespace
+
 void FileSettingsStore::persist(const std::string& key) noexcept {
   try {
+    const std::string folder = path::parent(file);
+    // Create the folder chain (for the lock file too); existing folders are fine.
+    for (std::size_t slash = 1; (slash = folder.find('/', slash)) != std::string::npos; ++slash) {
+      ::mkdir(folder.substr(0, slash).c_str(), 0700);
+    }
+    ::mkdir(folder.c_str(), 0700);
+    const SaveLock lock(file);
     bool corrupt = false;
     nlohmann::json merged = readFile(corrupt).value_or(values);
     if (corrupt) {
@@ -129,12 +168,6 @@ void FileSettingsStore::persist(const std::string& key) noexcept {
     }
     merged[key] = values[key];
     values = std::move(merged);  // picks up what others wrote meanwhile
-    const std::string folder = path::parent(file);
-    // Create the folder chain; existing folders are fine.
-    for (std::size_t slash = 1; (slash = folder.find('/', slash)) != std::string::npos; ++slash) {
-      ::mkdir(folder.substr(0, slash).c_str(), 0700);
-    }
-    ::mkdir(folder.c_str(), 0700);
     if (!writeFileAtomically(file, encodedForFile(values).dump(2) + "\n")) {
       warnOnce("lumerix: cannot save settings to " + file + ": " + std::strerror(errno));
     }

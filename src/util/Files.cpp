@@ -16,7 +16,28 @@
 
 namespace lumerix {
 
-bool writeFileAtomically(const std::string& path, std::string_view contents) {
+namespace {
+
+// Where a write to path really goes: through symbolic links to the file
+// they name, so a linked settings file is updated, not replaced by a copy.
+std::string followLinks(const std::string& path) {
+  std::string current = path;
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat st {};
+    if (::lstat(current.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return current;
+    std::string target(static_cast<std::size_t>(st.st_size > 0 ? st.st_size : 4096) + 1, '\0');
+    const ssize_t n = ::readlink(current.c_str(), target.data(), target.size());
+    if (n <= 0) return current;
+    target.resize(static_cast<std::size_t>(n));
+    current = target.starts_with('/') ? target : path::append(path::parent(current), target);
+  }
+  return current;  // a loop of links: the rename will say what is wrong
+}
+
+}  // namespace
+
+bool writeFileAtomically(const std::string& linkOrPath, std::string_view contents) {
+  const std::string path = followLinks(linkOrPath);
   std::string folder = path::parent(path);
   if (folder.empty()) folder = ".";
   // A hidden sibling, so that the rename stays within one file system.

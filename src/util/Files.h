@@ -9,8 +9,9 @@ namespace lumerix {
 // Replaces the file at path with contents so that readers, and a crash at
 // any moment, see either the old file or the new one, never a mix: the
 // text goes to a temporary file in the same folder, is flushed to disk, and
-// is renamed over the old one. Returns false (and leaves the old file) on
-// any failure; the reason is in errno.
+// is renamed over the old one. A symbolic link is followed: the file it
+// names is replaced, and the link stays. Returns false (and leaves the old
+// file) on any failure; the reason is in errno.
 bool writeFileAtomically(const std::string& path, std::string_view contents);
 
 // Why a file could not be read: the system's error number and a sentence
