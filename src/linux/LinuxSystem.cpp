@@ -6,6 +6,7 @@
 #include <xcb/xcb.h>
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -31,109 +32,173 @@ xcb_atom_t atom(xcb_connection_t* c, const char* name) {
   return r ? r->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
 }
 
-}  // namespace
-
-LinuxSystem::LinuxSystem(std::string player) : player(std::move(player)) {}
-
-LinuxSystem::~LinuxSystem() {
-  if (busConnection) g_object_unref(busConnection);
-  if (x) xcb_disconnect(x);
-}
-
-_GDBusConnection* LinuxSystem::bus() {
-  if (!busTried) {
-    busTried = true;
-    busConnection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+// Asks the bus and the display; runs on LinuxSystem's own thread only, so
+// its connections need no lock. Each is made again when it breaks, at most
+// once a second.
+class Prober {
+ public:
+  explicit Prober(std::string player) : player(std::move(player)) {}
+  ~Prober() {
+    if (busConnection) g_object_unref(busConnection);
+    if (x) xcb_disconnect(x);
   }
-  return busConnection;
-}
+  Prober(const Prober&) = delete;
+  Prober& operator=(const Prober&) = delete;
 
-xcb_connection_t* LinuxSystem::display() {
-  if (!displayTried) {
-    displayTried = true;
-    if (std::getenv("DISPLAY")) {
+  LinuxSystem::View ask() {
+    LinuxSystem::View v;
+    v.pids = pids();
+    v.windows = windows();
+    v.screens = screens();
+    return v;
+  }
+
+ private:
+  static double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+  }
+
+  GDBusConnection* bus() {
+    if (busConnection && g_dbus_connection_is_closed(busConnection)) {
+      g_object_unref(busConnection);  // the bus went away (or restarted)
+      busConnection = nullptr;
+    }
+    if (!busConnection && now() - lastBusTry >= 1.0) {
+      lastBusTry = now();
+      // A private connection: the shared one ends the whole process when
+      // the bus closes it.
+      if (gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr)) {
+        busConnection = g_dbus_connection_new_for_address_sync(
+            address,
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, nullptr);
+        g_free(address);
+        if (busConnection) g_dbus_connection_set_exit_on_close(busConnection, FALSE);
+      }
+    }
+    return busConnection;
+  }
+
+  xcb_connection_t* display() {
+    if (x && xcb_connection_has_error(x)) {
+      xcb_disconnect(x);  // the display went away
+      x = nullptr;
+    }
+    if (!x && std::getenv("DISPLAY") && now() - lastDisplayTry >= 1.0) {
+      lastDisplayTry = now();
       x = xcb_connect(nullptr, nullptr);
       if (xcb_connection_has_error(x)) {
         xcb_disconnect(x);
         x = nullptr;
       }
     }
+    return x;
   }
-  return x;
-}
+
+  std::vector<int> pids() {
+    std::vector<int> pids;
+    GDBusConnection* c = bus();
+    if (!c) return pids;
+    GVariant* names = g_dbus_connection_call_sync(c, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                  "org.freedesktop.DBus", "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
+                                                  G_DBUS_CALL_FLAGS_NONE, 500, nullptr, nullptr);
+    if (!names) return pids;
+    GVariantIter* iter = nullptr;
+    const gchar* name = nullptr;
+    g_variant_get(names, "(as)", &iter);
+    while (g_variant_iter_loop(iter, "&s", &name)) {
+      if (!mpris::matches(name, player)) continue;
+      GVariant* pid = g_dbus_connection_call_sync(
+          c, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetConnectionUnixProcessID",
+          g_variant_new("(s)", name), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, 500, nullptr, nullptr);
+      if (!pid) continue;
+      guint32 value = 0;
+      g_variant_get(pid, "(u)", &value);
+      pids.push_back(static_cast<int>(value));
+      g_variant_unref(pid);
+    }
+    g_variant_iter_free(iter);
+    g_variant_unref(names);
+    return pids;
+  }
+
+  std::optional<std::vector<WindowInfo>> windows() {
+    std::vector<WindowInfo> windows;
+    xcb_connection_t* c = display();
+    if (!c) return windows;  // no display: nothing is full screen
+    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+    const xcb_atom_t clientList = atom(c, "_NET_CLIENT_LIST");
+    const xcb_atom_t wmPid = atom(c, "_NET_WM_PID");
+    Reply<xcb_get_property_reply_t> list(
+        xcb_get_property_reply(c, xcb_get_property(c, 0, root, clientList, XCB_ATOM_WINDOW, 0, 4096), nullptr));
+    if (!list) return std::nullopt;
+    const auto* ids = static_cast<const xcb_window_t*>(xcb_get_property_value(list.get()));
+    const int count = xcb_get_property_value_length(list.get()) / static_cast<int>(sizeof(xcb_window_t));
+    for (int i = 0; i < count; ++i) {
+      // A window may vanish between the list and these questions: its
+      // replies are then simply missing.
+      const xcb_window_t w = ids[i];
+      const auto pidCookie = xcb_get_property(c, 0, w, wmPid, XCB_ATOM_CARDINAL, 0, 1);
+      const auto attrCookie = xcb_get_window_attributes(c, w);
+      const auto geoCookie = xcb_get_geometry(c, w);
+      Reply<xcb_get_property_reply_t> pid(xcb_get_property_reply(c, pidCookie, nullptr));
+      Reply<xcb_get_window_attributes_reply_t> attr(xcb_get_window_attributes_reply(c, attrCookie, nullptr));
+      Reply<xcb_get_geometry_reply_t> geo(xcb_get_geometry_reply(c, geoCookie, nullptr));
+      if (!pid || xcb_get_property_value_length(pid.get()) < 4 || !attr || !geo) continue;
+      if (attr->map_state != XCB_MAP_STATE_VIEWABLE) continue;
+      const auto owner = *static_cast<const uint32_t*>(xcb_get_property_value(pid.get()));
+      windows.push_back(
+          {static_cast<int>(owner), static_cast<double>(geo->width), static_cast<double>(geo->height)});
+    }
+    return windows;
+  }
+
+  std::vector<ScreenSize> screens() {
+    std::vector<ScreenSize> sizes;
+    xcb_connection_t* c = display();
+    if (!c) return sizes;
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    Reply<xcb_randr_get_monitors_reply_t> monitors(
+        xcb_randr_get_monitors_reply(c, xcb_randr_get_monitors(c, screen->root, 1), nullptr));
+    if (monitors) {
+      for (auto it = xcb_randr_get_monitors_monitors_iterator(monitors.get()); it.rem;
+           xcb_randr_monitor_info_next(&it)) {
+        sizes.push_back({static_cast<double>(it.data->width), static_cast<double>(it.data->height)});
+      }
+    }
+    if (sizes.empty()) {
+      sizes.push_back(
+          {static_cast<double>(screen->width_in_pixels), static_cast<double>(screen->height_in_pixels)});
+    }
+    return sizes;
+  }
+
+  const std::string player;
+  GDBusConnection* busConnection = nullptr;
+  double lastBusTry = -1e9;
+  xcb_connection_t* x = nullptr;
+  double lastDisplayTry = -1e9;
+};
+
+}  // namespace
+
+LinuxSystem::LinuxSystem(std::string player)
+    : view("LinuxSystem", [prober = std::make_shared<Prober>(std::move(player))] { return prober->ask(); }) {}
 
 std::vector<int> LinuxSystem::targetProcessIds() {
-  std::vector<int> pids;
-  GDBusConnection* c = bus();
-  if (!c) return pids;
-  GVariant* names = g_dbus_connection_call_sync(c, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                                "org.freedesktop.DBus", "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
-                                                G_DBUS_CALL_FLAGS_NONE, 500, nullptr, nullptr);
-  if (!names) return pids;
-  GVariantIter* iter = nullptr;
-  const gchar* name = nullptr;
-  g_variant_get(names, "(as)", &iter);
-  while (g_variant_iter_loop(iter, "&s", &name)) {
-    if (!mpris::matches(name, player)) continue;
-    GVariant* pid = g_dbus_connection_call_sync(
-        c, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetConnectionUnixProcessID",
-        g_variant_new("(s)", name), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, 500, nullptr, nullptr);
-    if (!pid) continue;
-    guint32 value = 0;
-    g_variant_get(pid, "(u)", &value);
-    pids.push_back(static_cast<int>(value));
-    g_variant_unref(pid);
-  }
-  g_variant_iter_free(iter);
-  g_variant_unref(names);
-  return pids;
+  auto v = view.latest();
+  return v ? std::move(v->pids) : std::vector<int>{};
 }
 
 std::optional<std::vector<WindowInfo>> LinuxSystem::onScreenWindows() {
-  std::vector<WindowInfo> windows;
-  xcb_connection_t* c = display();
-  if (!c) return windows;  // no display: nothing is full screen
-  const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
-  const xcb_atom_t clientList = atom(c, "_NET_CLIENT_LIST");
-  const xcb_atom_t wmPid = atom(c, "_NET_WM_PID");
-  Reply<xcb_get_property_reply_t> list(
-      xcb_get_property_reply(c, xcb_get_property(c, 0, root, clientList, XCB_ATOM_WINDOW, 0, 4096), nullptr));
-  if (!list) return std::nullopt;
-  const auto* ids = static_cast<const xcb_window_t*>(xcb_get_property_value(list.get()));
-  const int count = xcb_get_property_value_length(list.get()) / static_cast<int>(sizeof(xcb_window_t));
-  for (int i = 0; i < count; ++i) {
-    // A window may vanish between the list and these questions: its
-    // replies are then simply missing.
-    const xcb_window_t w = ids[i];
-    const auto pidCookie = xcb_get_property(c, 0, w, wmPid, XCB_ATOM_CARDINAL, 0, 1);
-    const auto attrCookie = xcb_get_window_attributes(c, w);
-    const auto geoCookie = xcb_get_geometry(c, w);
-    Reply<xcb_get_property_reply_t> pid(xcb_get_property_reply(c, pidCookie, nullptr));
-    Reply<xcb_get_window_attributes_reply_t> attr(xcb_get_window_attributes_reply(c, attrCookie, nullptr));
-    Reply<xcb_get_geometry_reply_t> geo(xcb_get_geometry_reply(c, geoCookie, nullptr));
-    if (!pid || xcb_get_property_value_length(pid.get()) < 4 || !attr || !geo) continue;
-    if (attr->map_state != XCB_MAP_STATE_VIEWABLE) continue;
-    const auto owner = *static_cast<const uint32_t*>(xcb_get_property_value(pid.get()));
-    windows.push_back({static_cast<int>(owner), static_cast<double>(geo->width), static_cast<double>(geo->height)});
-  }
-  return windows;
+  auto v = view.latest();
+  return v ? std::move(v->windows) : std::vector<WindowInfo>{};
 }
 
 std::vector<ScreenSize> LinuxSystem::screenSizes() {
-  std::vector<ScreenSize> sizes;
-  xcb_connection_t* c = display();
-  if (!c) return sizes;
-  const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
-  Reply<xcb_randr_get_monitors_reply_t> monitors(
-      xcb_randr_get_monitors_reply(c, xcb_randr_get_monitors(c, screen->root, 1), nullptr));
-  if (monitors) {
-    for (auto it = xcb_randr_get_monitors_monitors_iterator(monitors.get()); it.rem; xcb_randr_monitor_info_next(&it)) {
-      sizes.push_back({static_cast<double>(it.data->width), static_cast<double>(it.data->height)});
-    }
-  }
-  if (sizes.empty())
-    sizes.push_back({static_cast<double>(screen->width_in_pixels), static_cast<double>(screen->height_in_pixels)});
-  return sizes;
+  auto v = view.latest();
+  return v ? std::move(v->screens) : std::vector<ScreenSize>{};
 }
 
 std::vector<std::string> LinuxSystem::helperPlaces() {

@@ -1,22 +1,26 @@
 #pragma once
 
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/System.h"
-
-struct _GDBusConnection;
-struct xcb_connection_t;
+#include "util/LatestAnswer.h"
 
 namespace lumerix {
 
 // The machine as seen from Linux, following MPRIS players. Automation needs
-// no consent here, so permission is always granted. The bus and display
-// members are called from the main thread only (see System).
+// no consent here, so permission is always granted.
+//
+// The session bus and the X server are asked on a thread of their own:
+// either may freeze or vanish, and the tick must not wait for them. The
+// answers the tick gets are as old as one round of questions (the
+// full-screen test asks twice a second and tolerates that). A bus or
+// display that goes away is connected to afresh.
 class LinuxSystem : public System {
  public:
   // player: the MPRIS name followed ("mpv"); empty follows any player.
   explicit LinuxSystem(std::string player = "");
-  ~LinuxSystem() override;
   LinuxSystem(const LinuxSystem&) = delete;
   LinuxSystem& operator=(const LinuxSystem&) = delete;
 
@@ -32,21 +36,24 @@ class LinuxSystem : public System {
   bool targetRunning() override { return true; }
   std::optional<int> requestAutomationPermission() override { return 0; }
 
+  // Waits up to limit for answers asked after this call. Tests.
+  bool waitForFreshAnswers(std::chrono::milliseconds limit) { return view.waitForFresh(limit); }
+
   // lumerix-mpris beside our own executable, else where it is installed.
   static std::string helperPath();
   // The folders helperPath() looks in, in order.
   static std::vector<std::string> helperPlaces();
 
- private:
-  _GDBusConnection* bus();
-  xcb_connection_t* display();
+  // What one round of questions learns.
+  struct View {
+    std::vector<int> pids;
+    std::optional<std::vector<WindowInfo>> windows;
+    std::vector<ScreenSize> screens;
+  };
 
+ private:
   SystemClock clock;
-  const std::string player;
-  _GDBusConnection* busConnection = nullptr;
-  bool busTried = false;
-  xcb_connection_t* x = nullptr;
-  bool displayTried = false;
+  LatestAnswer<View> view;
 };
 
 }  // namespace lumerix
