@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 
 #include "app/CommandLine.h"
@@ -37,6 +39,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(i == 0 || list[i - 1].start <= cue.start, "not sorted");
     (void)lumerix::fmtTime(cue.start);
   }
-  (void)lumerix::cuesToJson(list);  // throws (and so aborts) on text JSON cannot carry
+  std::ostringstream json;
+  lumerix::writeCuesJson(list, json);
+  const auto back = nlohmann::json::parse(json.str(), nullptr, false);
+  check(back.is_array() && back.size() == list.size(), "the cues do not read back as JSON");
   return 0;
 }

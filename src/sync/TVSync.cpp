@@ -91,6 +91,9 @@ void TVSync::main() {
 }
 
 void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, double t1) {
+  // What is not UTF-8 reads as no answer at all, as runOsascript decodes it.
+  if (!unicode::isValidUtf8(out)) out = {};
+  if (!unicode::isValidUtf8(err)) err = {};
   // The answer is "state|position|name"; the name may itself hold "|".
   std::optional<double> raw;
   bool playingNow = false;
