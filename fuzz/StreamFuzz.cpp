@@ -28,8 +28,9 @@ void check(bool ok, const char* what) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static StillClock clock;
-  lumerix::MediaRemoteSync stream(clock, [] { return std::nullopt; }, "org.mpris.MediaPlayer2.mpv", 2.0,
-                                  lumerix::MediaRemoteSync::TargetMatch::withInstances);
+  lumerix::MediaRemoteSync stream(
+      clock, [] { return std::nullopt; }, "org.mpris.MediaPlayer2.mpv", 2.0,
+      lumerix::MediaRemoteSync::TargetMatch::withInstances);
   // The first byte cuts the rest into reads of varying size, as pipes do.
   std::string_view bytes(reinterpret_cast<const char*>(data), size);
   const std::size_t piece = bytes.empty() ? 1 : 1 + static_cast<unsigned char>(bytes[0]) % 64;

@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <random>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <sstream>
 
 #include "FakeSystem.h"
@@ -232,7 +232,8 @@ TEST(CommandLineProgram, TheLaunchFormFollowsAndSaysWhatItCannotDo) {
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.err,
             "lumerix: this build has no window; printing what the bar would show (as --headless)\n"
-            "lumerix: " + dir.path("no-such.srt") + ": No such file or directory (starting without a subtitle)\n");
+            "lumerix: " +
+                dir.path("no-such.srt") + ": No such file or directory (starting without a subtitle)\n");
   EXPECT_NE(run.out.find(R"("status":"⇄ Auto-syncing)"), std::string::npos) << run.out;
 }
 

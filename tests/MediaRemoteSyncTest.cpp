@@ -42,7 +42,8 @@ TEST(MediaRemoteLines, EndlessLinesAreDroppedWhole) {
   const std::string chunk(64 << 10, 'x');
   for (int i = 0; i < 64; ++i) s.mr.consume(chunk);  // 4 MiB, no line feed
   EXPECT_LE(s.mr.pendingBytes(), MediaRemoteSync::maxLineBytes);
-  s.mr.consume(R"({"type":"data","payload":{"bundleIdentifier":"com.apple.TV","elapsedTime":3}})" "\n");
+  s.mr.consume(R"({"type":"data","payload":{"bundleIdentifier":"com.apple.TV","elapsedTime":3}})"
+               "\n");
   EXPECT_FALSE(s.mr.snapshot().position);  // still the end of the long line
   s.mr.consume(line(R"({"bundleIdentifier":"com.apple.TV","elapsedTime":4})"));
   EXPECT_DOUBLE_EQ(s.position(), 4);
@@ -119,8 +120,8 @@ TEST(MediaRemoteLines, StatusTextsForEachKindOfNothing) {
   EXPECT_EQ(s.mr.snapshot().status, "Nothing is playing");
   EXPECT_TRUE(s.mr.snapshot().idle);
   // Numbers no player plays are no position, not an infinite clock.
-  for (const char* broken : {R"("elapsedTime":1e300)", R"("elapsedTime":12444444444444444445)",
-                             R"("elapsedTime":-2e9)", R"("elapsedTime":5,"playbackRate":1e308)"}) {
+  for (const char* broken : {R"("elapsedTime":1e300)", R"("elapsedTime":12444444444444444445)", R"("elapsedTime":-2e9)",
+                             R"("elapsedTime":5,"playbackRate":1e308)"}) {
     s.mr.consume(line(std::string(R"({"bundleIdentifier":"com.apple.TV","playing":true,)") + broken + "}"));
     EXPECT_EQ(s.mr.snapshot().status, "TV app reports no playback position yet") << broken;
   }

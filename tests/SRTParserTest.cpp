@@ -288,8 +288,9 @@ TEST(ReaderSorting, SortedByStartWithTiesInFileOrder) {
 // cut, the cues and their order are those of a single pass.
 TEST(ReaderSorting, TwoHalvesGiveWhatOnePassGives) {
   std::mt19937 rng(5);
-  const char* pieces[] = {"\n", "\n\n", " \n", "\n \n", "\n\f\n", "\u3000\n\n", "é\n\n", "x",
-                          "00:00:0", "1,000 --> 00:00:02,000", "2", "<i>a</i>", " ", "\t", "\u2028", "-->"};
+  const char* pieces[] = {
+      "\n", "\n\n",     " \n", "\n \n", "\n\f\n", "\u3000\n\n", "é\n\n", "x", "00:00:0", "1,000 --> 00:00:02,000",
+      "2",  "<i>a</i>", " ",   "\t",    "\u2028", "-->"};
   for (int round = 0; round < 300; ++round) {
     std::string text;
     for (int i = 0; i < 60; ++i) {

@@ -155,9 +155,9 @@ TEST(EpisodeNames, NumberFromTrackAndPatternOnFileNames) {
   };
   for (const auto& [track, number] : tracks) EXPECT_EQ(episode::numberIn(track), number) << track;
   const std::pair<const char*, std::optional<long long>> tags[] = {
-      {"Show.S01E02.mkv", 2},   {"show.s1e7.720p", 7},       {"2024 Show s03e11", 11},
-      {"S123E4", std::nullopt}, {"SE01", std::nullopt},      {"S01E", std::nullopt},
-      {"Episode 12", std::nullopt},  // no tag: the caller falls back to the first number
+      {"Show.S01E02.mkv", 2},       {"show.s1e7.720p", 7},  {"2024 Show s03e11", 11},     {"S123E4", std::nullopt},
+      {"SE01", std::nullopt},       {"S01E", std::nullopt}, {"Episode 12", std::nullopt},  // no tag: the caller falls
+                                                                                           // back to the first number
       {"Season 1 S1x02 S02E05", 5},
   };
   for (const auto& [track, number] : tags) EXPECT_EQ(episode::seasonEpisodeIn(track), number) << track;

@@ -6,9 +6,9 @@
 
 #include <atomic>
 #include <fstream>
-#include <thread>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "SyncTestSupport.h"
 #include "sync/Subprocess.h"

@@ -116,9 +116,9 @@ TEST(TVSyncAnswers, FailuresNeedThreeInARowExceptRefusedPermission) {
       {"err|-1728", "", true, "TV app is not playing"},
       {"", "", false, "Cannot read the TV app (check Automation permission)"},  // no answer or timed out
       {"true|twelve|x", "", false, "Cannot read the TV app (check Automation permission)"},
-      {"true|1e300|x", "", false, "Cannot read the TV app (check Automation permission)"},  // broken, not long
+      {"true|1e300|x", "", false, "Cannot read the TV app (check Automation permission)"},    // broken, not long
       {"true|5|Ep \xe2", "", false, "Cannot read the TV app (check Automation permission)"},  // not UTF-8
-      {"true|12.5", "", false, "Cannot read the TV app (check Automation permission)"},  // two fields
+      {"true|12.5", "", false, "Cannot read the TV app (check Automation permission)"},       // two fields
       {"true|inf|x", "", false, "Cannot read the TV app (check Automation permission)"},
   };
   for (const Case& c : cases) {

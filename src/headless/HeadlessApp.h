@@ -62,8 +62,7 @@ class ConsoleDialogs : public NullDialogs {
 class DemoSync : public SyncSource {
  public:
   // loopSeconds: the episode's length; it starts over from 0 after it.
-  DemoSync(const Clock& clock, double loopSeconds)
-      : clock(clock), started(clock.uptime()), loopSeconds(loopSeconds) {}
+  DemoSync(const Clock& clock, double loopSeconds) : clock(clock), started(clock.uptime()), loopSeconds(loopSeconds) {}
   void start() override {}
   void cancel() override {}
   void snapshotInto(SyncSnapshot& into) override {

@@ -112,8 +112,8 @@ std::optional<nlohmann::json> FileSettingsStore::readFile(bool& corrupt) {
     if (errno != ENOENT) warnOnce("lumerix: cannot read " + file + ": " + std::strerror(errno));
     return std::nullopt;
   }
-  auto parsed = json::nestingWithin(text, json::maxNesting) ? nlohmann::json::parse(text, nullptr, false)
-                                                            : nlohmann::json();
+  auto parsed =
+      json::nestingWithin(text, json::maxNesting) ? nlohmann::json::parse(text, nullptr, false) : nlohmann::json();
   if (!parsed.is_object()) {
     corrupt = true;
     return std::nullopt;

@@ -24,10 +24,10 @@ PlayerServices makePlayerServices(SettingsStore& settings, const std::string& pl
   const SourceTexts texts = linuxSourceTexts(name, LinuxSystem::helperPlaces());
   TVSync::Options poller{commands.poll, commands.consent};
   poller.texts = texts.poller;
-  auto fused = std::make_unique<FusedSync>(
-      *p.system, std::make_unique<TVSync>(*p.system, poller),
-      std::make_unique<MediaRemoteSync>(*p.system, commands.stream, commands.streamTarget, 2.0,
-                                        commands.streamTargetMatch, texts.stream));
+  auto fused =
+      std::make_unique<FusedSync>(*p.system, std::make_unique<TVSync>(*p.system, poller),
+                                  std::make_unique<MediaRemoteSync>(*p.system, commands.stream, commands.streamTarget,
+                                                                    2.0, commands.streamTargetMatch, texts.stream));
   p.fused = fused.get();
   p.source = std::move(fused);
   // Players here report file names: "Show.S01E02.mkv" is episode 2.

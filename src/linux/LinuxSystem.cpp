@@ -148,8 +148,7 @@ class Prober {
       if (!pid || xcb_get_property_value_length(pid.get()) < 4 || !attr || !geo) continue;
       if (attr->map_state != XCB_MAP_STATE_VIEWABLE) continue;
       const auto owner = *static_cast<const uint32_t*>(xcb_get_property_value(pid.get()));
-      windows.push_back(
-          {static_cast<int>(owner), static_cast<double>(geo->width), static_cast<double>(geo->height)});
+      windows.push_back({static_cast<int>(owner), static_cast<double>(geo->width), static_cast<double>(geo->height)});
     }
     return windows;
   }
@@ -168,8 +167,7 @@ class Prober {
       }
     }
     if (sizes.empty()) {
-      sizes.push_back(
-          {static_cast<double>(screen->width_in_pixels), static_cast<double>(screen->height_in_pixels)});
+      sizes.push_back({static_cast<double>(screen->width_in_pixels), static_cast<double>(screen->height_in_pixels)});
     }
     return sizes;
   }

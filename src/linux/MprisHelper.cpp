@@ -133,7 +133,8 @@ int poll(GDBusConnection* bus, const std::string& name) {
     return 0;
   }
   const auto file = lumerix::mpris::playedLastFile();
-  const auto chosen = lumerix::mpris::choose(*players, name, file ? lumerix::mpris::readPlayedLast(*file) : std::nullopt);
+  const auto chosen =
+      lumerix::mpris::choose(*players, name, file ? lumerix::mpris::readPlayedLast(*file) : std::nullopt);
   std::optional<Player> player;
   for (const auto& p : *players) {
     if (chosen == p.busName) player = p;

@@ -38,7 +38,10 @@ std::optional<double> parsePosition(std::string_view field) {
 }  // namespace
 
 TVSync::TVSync(System& system, Options options)
-    : system(system), options(std::move(options)), anchorTS(system.uptime()), statusText(this->options.texts.connecting) {}
+    : system(system),
+      options(std::move(options)),
+      anchorTS(system.uptime()),
+      statusText(this->options.texts.connecting) {}
 
 void TVSync::start() {
   worker.start([this] { main(); });

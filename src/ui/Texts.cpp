@@ -65,7 +65,8 @@ UiTexts linuxUiTexts(std::string_view player) {
   // the row without an icon.
   return {
       "⇄ Auto-syncing with " + who + " — click me once, then: ←→/,. offset · t background · ± font · o open",
-      name.empty() ? "Not connected to a player — cannot calibrate" : "Not connected to " + name + " — cannot calibrate",
+      name.empty() ? "Not connected to a player — cannot calibrate"
+                   : "Not connected to " + name + " — cannot calibrate",
       "Player Permission…",
       "Nothing to grant: players share their position over MPRIS",
       "",
