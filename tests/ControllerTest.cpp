@@ -178,6 +178,35 @@ TEST(ControllerTick, CueSearchHoldsSmallBackwardSteps) {
   EXPECT_DOUBLE_EQ(*r.s().lastShownT, 102.07093760427095);
 }
 
+// Between two ticks, the controller says when the text will next change,
+// so that a cue need not wait for the next tick to appear.
+TEST(ControllerTick, AnExtraTickIsDueWhenTheTextChangesBeforeTheNextOne) {
+  Rig r;
+  r.start(r.file("e.srt", kThreeCues));  // First 1–3, Second 3–5, Third 10–12
+  auto extraAt = [&](double position, bool playing = true) {
+    r.tickAt(position, "Show", playing);
+    return r.c->extraTickIn();
+  };
+  EXPECT_NEAR(*extraAt(0.98), 0.022, 1e-9);  // First starts in 20 ms (+2 ms to be sure)
+  EXPECT_EQ(extraAt(0.9), std::nullopt);     // 100 ms away: the next tick is sooner
+  EXPECT_EQ(extraAt(0.98, false), std::nullopt);  // paused: nothing moves
+  EXPECT_NEAR(*extraAt(9.97), 0.032, 1e-9);
+  EXPECT_NEAR(*extraAt(11.99), 0.012, 1e-9);  // Third ends: shown up to 12.000 itself
+  EXPECT_EQ(extraAt(12.5), std::nullopt);     // nothing after the last cue
+  r.source->next = {2.99, true, "Show", "", false, true};  // stalled
+  r.c->tick();
+  EXPECT_EQ(r.c->extraTickIn(), std::nullopt);
+  r.tickAt(std::nullopt);
+  EXPECT_EQ(r.c->extraTickIn(), std::nullopt);
+
+  // Through the rate and the offset: subtitle time 10 is position
+  // (10 + 2) / 1.0427... away; the position runs at a second a second.
+  r.c->cycleFPS();
+  r.c->bumpOffset(-2.0);
+  const double at = (10.0 + 2.0) / Controller::scalePresets[1].factor;
+  EXPECT_NEAR(*extraAt(at - 0.01), 0.012, 1e-9);
+}
+
 TEST(ControllerTick, PermissionAlertOncePerOnset) {
   Rig r;
   r.start();

@@ -71,6 +71,7 @@ void Controller::tick() noexcept {
   if (snap.playing) maybeAutoPick(snap.track);
 
   s.lastPosition = snap.position;
+  s.extraTickIn.reset();
   if (!snap.position) {
     render(kBrand, true);
     services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);
@@ -98,14 +99,17 @@ void Controller::tick() noexcept {
   // Four cues back is enough for overlaps in real files; a long cue under
   // four later ones is deliberately not shown.
   const std::string* text = &kEmpty;
+  const Cue* shown = nullptr;
   for (std::size_t k = 1; k <= 4 && k <= lo; ++k) {
     const Cue& cue = s.cues[lo - k];
     if (cue.start <= t && t <= cue.end) {
       text = &cue.text;
+      shown = &cue;
       break;
     }
   }
   render(*text, false);
+  planExtraTick(*snap.position, lo < s.starts.size() ? &s.starts[lo] : nullptr, shown);
   if (!(now() > s.hintUntil)) return;
 
   statusLine.assign(snap.playing ? "⇄" : "⏸").append(" ").append(snap.track).append("  ");
@@ -121,6 +125,20 @@ void Controller::tick() noexcept {
     statusLine.append(extra);
   }
   setStatus(statusLine);
+}
+
+void Controller::planExtraTick(double position, const double* nextStart, const Cue* shown) {
+  // Only a clock that moves reaches a boundary by itself.
+  if (!snap.playing || snap.holding || !(s.scale > 0)) return;
+  // The shown text changes when the next cue starts (a cue shows from its
+  // start on) or just after the shown one ends (it shows up to its end).
+  // Subtitle time t = position × scale + offset, and the position moves a
+  // second a second: a boundary b is (b − offset) / scale − position away.
+  constexpr double margin = 0.002;  // timers fire a little early or late; never before
+  double in = INFINITY;
+  if (nextStart) in = (*nextStart - s.offset) / s.scale - position + margin;
+  if (shown) in = std::min(in, (shown->end - s.offset) / s.scale - position + margin);
+  if (in >= 0 && in < tickInterval) s.extraTickIn = in;
 }
 
 void Controller::showHint(std::string_view text) {

@@ -83,6 +83,7 @@ class Controller {
     std::optional<std::string> lastTrack;
     std::optional<double> lastShownT;
     std::optional<double> lastPosition;  // the player position the last tick used
+    std::optional<double> extraTickIn;   // see Controller::extraTickIn
     bool hovering = false;
     double winW = 800.0, winH = 190.0;
     bool lastPermissionIssue = false;
@@ -115,6 +116,12 @@ class Controller {
   SyncSource& source() { return *sync; }
 
   void tick() noexcept;
+
+  // When the shown text will next change, if that is before the next
+  // regular tick: seconds from the last tick's snapshot. The shell runs one
+  // extra tick then, so a cue appears when it is due rather than up to a
+  // tick late. Absent while paused, stalled or with no position.
+  std::optional<double> extraTickIn() const noexcept { return s.extraTickIn; }
 
   // Keys typed into the panel: a code from platform/KeyCodes.h (or
   // keycode::none), whether Shift was held, and the characters ignoring
@@ -175,6 +182,7 @@ class Controller {
 
  private:
   void buildPanel();
+  void planExtraTick(double position, const double* nextStart, const Cue* shown);
   void updateFrameVisibility();
   void showHint(std::string_view text);
   void setStatus(std::string_view text);

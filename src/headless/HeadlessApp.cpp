@@ -187,7 +187,8 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   const auto period = duration_cast<steady_clock::duration>(duration<double>(Controller::tickInterval));
   auto next = steady_clock::now();
   bool fullscreen = false;
-  while (!quit) {
+  auto tick = [&] {
+    const auto at = steady_clock::now();
     controller.tick();
     host.flushText(controller.state().lastPosition, controller.state().lastShownT);
     if (player.fused && player.fused->fullscreen() != fullscreen) {
@@ -195,9 +196,20 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
       fullscreen = player.fused->fullscreen();
       printLine(out, clock.uptime() - started, "fullscreen", fullscreen);
     }
+    return at;
+  };
+  while (!quit) {
+    auto tickedAt = tick();
     next += period;
     const auto now = steady_clock::now();
     if (next < now) next = now;  // late ticks are dropped, not bunched
+    // The text changes before the next tick: one more tick right then.
+    while (const auto extra = controller.extraTickIn()) {
+      const auto due = tickedAt + duration_cast<steady_clock::duration>(duration<double>(*extra));
+      if (due >= next || quit) break;
+      std::this_thread::sleep_until(due);
+      tickedAt = tick();
+    }
     std::this_thread::sleep_until(next);
   }
   controller.quit();  // saves the calibration, stops the sources
