@@ -89,6 +89,7 @@ def main():
     shown = []      # (time, cue number or None) as Lumerix printed them
     statuses = []   # (time, status)
     fullscreen = []  # (time, bool)
+    positions = []  # (time, player position Lumerix used for that text, if any)
 
     def read_lumerix():
         for raw in lum.stdout:
@@ -97,6 +98,7 @@ def main():
             if "text" in msg:
                 text = msg["text"]
                 shown.append((now, int(text) if text.isdigit() and not msg["brand"] else None))
+                positions.append((now, msg.get("pos")))
             elif "status" in msg:
                 statuses.append((now, msg["status"]))
             elif "fullscreen" in msg:
@@ -180,18 +182,33 @@ def main():
     if wrong:
         failures.append(f"{len(wrong)} samples showed the wrong cue, first: {wrong[:5]}")
 
-    # Cue changes in steady playback against the moment mpv crossed that second.
-    errors = []
-    for (t, cue), (prev_t, _) in zip(shown[1:], shown):
+    # mpv's position moves in frame steps (40 ms at 25 fps); a line fitted
+    # through the samples of the second around a moment is its clock then.
+    def fitted(t):
+        near = [(u, p) for u, p, paused in samples if abs(u - t) <= 1.0 and not paused]
+        if len(near) < 20 or any(abs(e - t) <= 1.0 for e, _ in events):
+            return None
+        mu = statistics.mean(u for u, _ in near)
+        mp = statistics.mean(p for _, p in near)
+        slope = sum((u - mu) * (p - mp) for u, p in near) / sum((u - mu) ** 2 for u, _ in near)
+        return lambda x: mp + slope * (x - mu), slope
+
+    # Cue changes in steady playback against the moment mpv crossed that
+    # second; and how far the position Lumerix used was from mpv's then
+    # (the clock's own error, which no timing of the ticks can remove).
+    errors, clock_errors = [], []
+    for (t, cue), (prev_t, _), (_, pos) in zip(shown[1:], shown, positions[1:]):
         if cue is None or t < 2 or t > quit_at or settling(t) or settling(prev_t):
             continue
-        before = [s for s in samples if s[0] <= t and not s[2]]
-        if not before:
+        fit = fitted(t)
+        if fit is None:
             continue
-        st, spos, _ = before[-1]
-        if abs((spos + (t - st)) - cue) > 0.9:
+        line, slope = fit
+        if abs(line(t) - cue) > 0.9:
             continue  # not a boundary crossing (a seek landed here)
-        errors.append(t - (st + (cue - spos)))
+        errors.append(t - (t + (cue - line(t)) / slope))
+        if pos is not None:
+            clock_errors.append(line(t) - pos)  # + = Lumerix's clock behind mpv's
 
     settles = []
     for at, what in events:
@@ -209,9 +226,18 @@ def main():
     print("Lumerix following mpv over MPRIS (Xvfb, openbox, mpv-mpris):")
     if errors:
         absolute = [abs(e) for e in errors]
+        late = [max(0.0, e) for e in errors]
         print(f"  cue changes: {len(errors)}, error against the true boundary (ms): "
               f"p50 {pct(absolute, .5) * 1000:.0f}, p95 {pct(absolute, .95) * 1000:.0f}, "
-              f"max {max(absolute) * 1000:.0f}; mean signed {statistics.mean(errors) * 1000:+.0f} (+ = late)")
+              f"max {max(absolute) * 1000:.0f}; mean signed {statistics.mean(errors) * 1000:+.0f} (+ = late); "
+              f"late p95 {pct(late, .95) * 1000:.0f}, earliest {min(errors) * 1000:+.0f}")
+    if clock_errors:
+        absolute = [abs(e) for e in clock_errors]
+        print(f"  the clock at those changes, against mpv's (ms): p50 {pct(absolute, .5) * 1000:.0f}, "
+              f"p95 {pct(absolute, .95) * 1000:.0f}; mean signed {statistics.mean(clock_errors) * 1000:+.0f} (+ = behind)")
+        beyond = [e - c for e, c in zip(errors, clock_errors)]
+        print(f"  change late beyond the clock's error (ms): p50 {pct(beyond, .5) * 1000:+.0f}, "
+              f"p95 {pct(beyond, .95) * 1000:+.0f}")
     for what, settled in settles:
         print(f"  {what}: back on the right cue after " + (f"{settled * 1000:.0f} ms" if settled is not None else "never"))
     print(f"  full screen detected {'%.2f s after the toggle' % (fs_on - events[4][0]) if fs_on else 'never'}; "
