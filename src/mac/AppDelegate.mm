@@ -84,7 +84,17 @@ struct Shell {
 }
 
 - (void)tick:(NSTimer*)timer {
-  _shell->controller.tick();
+  Controller& controller = _shell->controller;
+  controller.tick();
+  // The text changes before the next tick: one more tick right then.
+  if (const auto extra = controller.extraTickIn()) {
+    [NSRunLoop.mainRunLoop addTimer:[NSTimer timerWithTimeInterval:*extra
+                                                           target:self
+                                                         selector:@selector(tick:)
+                                                         userInfo:nil
+                                                          repeats:NO]
+                            forMode:NSRunLoopCommonModes];
+  }
 }
 
 - (void)logPanelState {
