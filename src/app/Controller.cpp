@@ -73,7 +73,7 @@ void Controller::tick() noexcept {
   if (!snap.position) {
     render(kBrand, true);
     services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);
-    if (!(now() > s.hintUntil)) return;
+    if (!(now() > s.hintUntil) || showNextNote()) return;
     statusLine.assign("◌ ").append(snap.status);
     setStatus(statusLine);
     return;
@@ -105,7 +105,7 @@ void Controller::tick() noexcept {
     }
   }
   render(*text, false);
-  if (!(now() > s.hintUntil)) return;
+  if (!(now() > s.hintUntil) || showNextNote()) return;
 
   statusLine.assign(snap.playing ? "⇄" : "⏸").append(" ").append(snap.track).append("  ");
   statusLine.append(fmtTime(*snap.position));  // the player's clock, not subtitle time
@@ -125,6 +125,17 @@ void Controller::tick() noexcept {
 void Controller::showHint(std::string_view text) {
   setStatus(text);
   s.hintUntil = now() + 3.0;
+}
+
+void Controller::postNote(std::string_view text) noexcept {
+  notes.emplace_back(text);
+}
+
+bool Controller::showNextNote() {
+  if (notes.empty()) return false;
+  showHint(notes.front());
+  notes.erase(notes.begin());
+  return true;
 }
 
 void Controller::setStatus(std::string_view text) {
@@ -482,8 +493,8 @@ void Controller::presentPermissionAlert() noexcept {
 }
 
 void Controller::menuGrantPermission() noexcept {
-  services.app.openURL(std::string(texts::automationSettingsURL));
-  showHint(texts::grantHint);
+  if (!consent.settingsURL.empty()) services.app.openURL(std::string(consent.settingsURL));
+  showHint(consent.hint);
 }
 
 void Controller::menuAbout() noexcept {

@@ -14,6 +14,7 @@
 #include "platform/SettingsStore.h"
 #include "subtitles/Cue.h"
 #include "sync/SyncSource.h"
+#include "ui/DesktopTexts.h"
 #include "ui/Menu.h"
 #include "ui/Preferences.h"
 
@@ -158,6 +159,11 @@ class Controller {
   void perform(MenuAction action) noexcept;
   void presentPermissionAlert() noexcept;
   void menuGrantPermission() noexcept;
+  // Where "Grant … Permission…" leads; the privacy settings unless the
+  // platform follows its players without asking.
+  void setConsentRoute(const texts::ConsentRoute& route) noexcept { consent = route; }
+  // Shown once as a hint, after the hints already up; notes wait in turn.
+  void postNote(std::string_view text) noexcept;
   void menuAbout() noexcept;
   void menuHowTo() noexcept;
   void showOnboarding() noexcept;
@@ -172,6 +178,7 @@ class Controller {
   void updateFrameVisibility();
   void showHint(std::string_view text);
   void setStatus(std::string_view text);
+  bool showNextNote();
   double now() const { return services.clock.uptime(); }
 
   ControllerServices services;
@@ -181,6 +188,8 @@ class Controller {
   SyncSnapshot snap;
   std::string statusLine;
   std::string shownStatus;  // what the status line shows; the host hears only of changes
+  std::vector<std::string> notes;  // waiting for the status line, first first
+  texts::ConsentRoute consent = texts::automationConsent;
 };
 
 // The start-up subtitle: the first argument after the program's path, when

@@ -26,4 +26,14 @@ class HairlineRandom {
 // glyphs have no width draws nothing at all.
 void drawBrand(Canvas& canvas, const Rect& bounds, const TextLayer& line, double phase);
 
+// The same nameplate in two parts, for a shell that keeps the still part
+// between frames: drawBrand is the plate with the glint drawn over it. The
+// glint only adds light inside the glyphs, so a cached plate plus a fresh
+// glint gives the same pixels as drawBrand.
+void drawBrandPlate(Canvas& canvas, const Rect& bounds, const TextLayer& line);
+void drawBrandGlint(Canvas& canvas, const Rect& bounds, const TextLayer& line, double phase);
+// Whether the glint is on the plate at this phase; past the sweep every
+// frame looks like the plate alone.
+bool brandGlintShows(double phase);
+
 }  // namespace lumerix
