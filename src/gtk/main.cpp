@@ -20,6 +20,9 @@ int runBar(const lumerix::CommandLine& cl) {
   options.demo = cl.demo;
   options.player = cl.player;
   options.backend = gtk::chooseBackend();
+  // The bar draws with Cairo alone: GDK need not load an OpenGL driver,
+  // which costs tens of megabytes (LLVM, where Mesa renders in software).
+  g_setenv("GDK_GL", "disable", FALSE);
   if (!gtk_init_check(nullptr, nullptr)) {
     std::cerr << texts::desktop::noDisplay << '\n';
     return 2;
