@@ -7,6 +7,8 @@
 #include <gtkmm.h>
 #include <pango/pangocairo.h>
 
+#include <functional>
+
 #include "ControllerFakes.h"
 #include "FakeSystem.h"
 #include "app/Controller.h"
@@ -154,8 +156,8 @@ class WithGtk : public ::testing::Test {
   void SetUp() override {
     static const bool display = gtk_init_check(nullptr, nullptr);
     if (!display) GTEST_SKIP() << "no display";
-    static Glib::RefPtr<Gtk::Application> keep = Gtk::Application::create("io.lumerix.Tests",
-                                                                           Gio::APPLICATION_NON_UNIQUE);
+    static Glib::RefPtr<Gtk::Application> keep =
+        Gtk::Application::create("io.lumerix.Tests", Gio::APPLICATION_NON_UNIQUE);
   }
 };
 
@@ -213,8 +215,8 @@ struct PrefsRig {
   MemorySettingsStore settings;
   lumerix::test::RecordingHost host;
   lumerix::test::RecordingDialogs dialogs;
-  Controller controller{{clock, settings, host, dialogs, dialogs}, std::make_unique<lumerix::test::ScriptedSource>(),
-                        std::nullopt};
+  Controller controller{
+      {clock, settings, host, dialogs, dialogs}, std::make_unique<lumerix::test::ScriptedSource>(), std::nullopt};
 };
 
 TEST_F(WithGtk, PreferencesShowTheControllersValuesAndWriteThroughIt) {
@@ -285,6 +287,19 @@ int inked(cairo_surface_t* s, int x0, int y0, int x1, int y1, int threshold = 12
   return n;
 }
 
+// A transparent surface of this size with what draw puts on it through the canvas.
+cairo_surface_t* drawn(int width, int height, TextEngine& engine, const std::function<void(CairoCanvas&)>& draw) {
+  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height);
+  cairo_t* cr = cairo_create(surface);
+  LineCache lines(engine);
+  {
+    CairoCanvas canvas(cr, height, lines);
+    draw(canvas);
+  }
+  cairo_destroy(cr);
+  return surface;
+}
+
 TEST(GtkText, ChineseSubtitlesGetABoldCjkFaceAndInk) {
   TextEngine engine("Sans");
   const TextLayer fill = attributedLayers("这是第一句。這是第二句", false, 28, 7, 0).back();
@@ -302,14 +317,7 @@ TEST(GtkText, ChineseSubtitlesGetABoldCjkFaceAndInk) {
   pango_font_description_free(used);
   g_object_unref(layout);
 
-  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 400, 60);
-  cairo_t* cr = cairo_create(surface);
-  LineCache lines(engine);
-  {
-    CairoCanvas canvas(cr, 60, lines);
-    canvas.drawTextBlock(fill, {0, 10, 400, 40});
-  }
-  cairo_destroy(cr);
+  cairo_surface_t* surface = drawn(400, 60, engine, [&](CairoCanvas& c) { c.drawTextBlock(fill, {0, 10, 400, 40}); });
   EXPECT_GT(inked(surface, 0, 0, 400, 60), 1500) << "glyphs, not empty boxes or nothing";
   cairo_surface_destroy(surface);
 }
@@ -329,31 +337,21 @@ TEST(GtkCanvas, TheOutlineLayerCastsItsShadowDownwards) {
   TextEngine engine("Sans");
   const TextLayer outline = attributedLayers("HH", false, 40, 7, 0).front();
   ASSERT_TRUE(outline.shadow.has_value());
-  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 200, 100);
-  cairo_t* cr = cairo_create(surface);
-  LineCache lines(engine);
-  {
-    CairoCanvas canvas(cr, 100, lines);
-    canvas.drawTextBlock(outline, {0, 20, 200, 60});
-  }
-  cairo_destroy(cr);
+  cairo_surface_t* surface = drawn(200, 100, engine, [&](CairoCanvas& c) {
+    c.drawTextBlock(outline, {0, 20, 200, 60});
+  });
   // Faint shadow pixels (alpha under the outline's) sit more below the
-  // glyphs than above them: the offset is one point down.
-  int topRow = 100, bottomRow = 0;
-  cairo_surface_flush(surface);
-  for (int y = 0; y < 100; ++y) {
-    if (inked(surface, 0, y, 200, y + 1, 1) > 0) {
-      topRow = std::min(topRow, y);
-      bottomRow = std::max(bottomRow, y);
+  // glyphs than above them: the offset is one point down. Rows: the first
+  // and last with any pixel at least this opaque.
+  auto rows = [&](int threshold) {
+    std::pair<int, int> span{100, 0};
+    for (int y = 0; y < 100; ++y) {
+      if (inked(surface, 0, y, 200, y + 1, threshold) > 0) span = {std::min(span.first, y), std::max(span.second, y)};
     }
-  }
-  int solidTop = 100, solidBottom = 0;
-  for (int y = 0; y < 100; ++y) {
-    if (inked(surface, 0, y, 200, y + 1, 200) > 0) {
-      solidTop = std::min(solidTop, y);
-      solidBottom = std::max(solidBottom, y);
-    }
-  }
+    return span;
+  };
+  const auto [topRow, bottomRow] = rows(1);
+  const auto [solidTop, solidBottom] = rows(200);
   EXPECT_GT(bottomRow - solidBottom, solidTop - topRow);
   cairo_surface_destroy(surface);
 }

@@ -101,19 +101,21 @@ void CairoCanvas::appendPath(const Path& path) {
       case Path::Element::Kind::close:
         cairo_close_path(cr);
         break;
-      case Path::Element::Kind::roundedRect: {
-        const Rect& r = e.rect;
-        const double rad = std::clamp(e.radius, 0.0, std::min(r.width, r.height) / 2);
-        cairo_new_sub_path(cr);
-        cairo_arc(cr, r.maxX() - rad, r.minY() + rad, rad, -M_PI / 2, 0);
-        cairo_arc(cr, r.maxX() - rad, r.maxY() - rad, rad, 0, M_PI / 2);
-        cairo_arc(cr, r.minX() + rad, r.maxY() - rad, rad, M_PI / 2, M_PI);
-        cairo_arc(cr, r.minX() + rad, r.minY() + rad, rad, M_PI, 3 * M_PI / 2);
-        cairo_close_path(cr);
+      case Path::Element::Kind::roundedRect:
+        roundedRectPath(cr, e.rect, e.radius);
         break;
-      }
     }
   }
+}
+
+void roundedRectPath(cairo_t* cr, const Rect& r, double radius) {
+  radius = std::clamp(radius, 0.0, std::min(r.width, r.height) / 2);
+  cairo_new_sub_path(cr);
+  cairo_arc(cr, r.maxX() - radius, r.minY() + radius, radius, -M_PI / 2, 0);
+  cairo_arc(cr, r.maxX() - radius, r.maxY() - radius, radius, 0, M_PI / 2);
+  cairo_arc(cr, r.minX() + radius, r.maxY() - radius, radius, M_PI / 2, M_PI);
+  cairo_arc(cr, r.minX() + radius, r.minY() + radius, radius, M_PI, 3 * M_PI / 2);
+  cairo_close_path(cr);
 }
 
 void CairoCanvas::setSource(cairo_t* c, const RGBA& color) {

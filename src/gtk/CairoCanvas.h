@@ -81,6 +81,9 @@ class CairoCanvas : public Canvas {
   std::vector<State> state{State{}};
 };
 
+// Adds a closed rectangle with circular corners to the current path.
+void roundedRectPath(cairo_t* cr, const Rect& r, double radius);
+
 // Both the status icon and the application icon: the core's drawing at
 // size x size pixels, on a transparent ground.
 cairo_surface_t* drawIconSurface(int size, TextEngine& engine);

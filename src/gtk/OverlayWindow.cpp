@@ -32,16 +32,6 @@ Rect toRect(const GdkRectangle& r) {
           static_cast<double>(r.height)};
 }
 
-void roundedRect(cairo_t* cr, const Rect& r, double radius) {
-  radius = std::clamp(radius, 0.0, std::min(r.width, r.height) / 2);
-  cairo_new_sub_path(cr);
-  cairo_arc(cr, r.maxX() - radius, r.minY() + radius, radius, -M_PI / 2, 0);
-  cairo_arc(cr, r.maxX() - radius, r.maxY() - radius, radius, 0, M_PI / 2);
-  cairo_arc(cr, r.minX() + radius, r.maxY() - radius, radius, M_PI / 2, M_PI);
-  cairo_arc(cr, r.minX() + radius, r.minY() + radius, radius, M_PI, 3 * M_PI / 2);
-  cairo_close_path(cr);
-}
-
 void source(cairo_t* cr, const RGBA& c, double times = 1) {
   cairo_set_source_rgba(cr, c.r, c.g, c.b, c.a * times);
 }
@@ -367,7 +357,7 @@ bool OverlayWindow::draw(const Cairo::RefPtr<Cairo::Context>& context) {
   cairo_push_group(cr);
   if (backdropAlpha > 0.001) {
     const double bw = config.backdropBorderWidth;
-    roundedRect(cr, {bw / 2, bw / 2, frame.width - bw, frame.height - bw}, config.backdropCornerRadius);
+    roundedRectPath(cr, {bw / 2, bw / 2, frame.width - bw, frame.height - bw}, config.backdropCornerRadius);
     source(cr, config.backdropFill, backdropAlpha);
     cairo_fill_preserve(cr);
     source(cr, config.backdropBorder, backdropAlpha);
@@ -375,7 +365,7 @@ bool OverlayWindow::draw(const Cairo::RefPtr<Cairo::Context>& context) {
     cairo_stroke(cr);
   }
   if (!bandHidden) {
-    roundedRect(cr, inWindow(bandFrame), config.bandCornerRadius);
+    roundedRectPath(cr, inWindow(bandFrame), config.bandCornerRadius);
     source(cr, config.bandFill);
     cairo_fill(cr);
   }

@@ -2,6 +2,7 @@
 #include <signal.h>
 
 #include <iostream>
+#include <vector>
 
 #include "app/CommandLine.h"
 #include "app/Controller.h"
@@ -66,27 +67,5 @@ int runBar(const lumerix::CommandLine& cl) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::ios::sync_with_stdio(false);
-  using lumerix::CommandLine;
-  const CommandLine cl = lumerix::parseCommandLine({argv + 1, argv + argc});
-  switch (cl.mode) {
-    case CommandLine::Mode::help:
-      std::cout << lumerix::helpText(true);
-      return 0;
-    case CommandLine::Mode::version:
-      std::cout << lumerix::versionText();
-      return 0;
-    case CommandLine::Mode::dumpCues:
-      return lumerix::runDumpCues(cl.file, std::cout, std::cerr);
-    case CommandLine::Mode::run:
-      if (!cl.headless) return runBar(cl);
-      if (auto note = lumerix::missingStartupFileNote(cl.file)) std::cerr << *note << '\n';
-      return lumerix::runHeadless(
-          {cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo, cl.player}, std::cout,
-          std::cerr);
-    case CommandLine::Mode::usageError:
-      std::cerr << cl.error << '\n';
-      return 2;
-  }
-  return 2;
+  return lumerix::runProgram(argc, argv, runBar);
 }
