@@ -118,6 +118,11 @@ TEST(Nameplate, APlateKeptBetweenFramesPlusTheGlintIsTheWholeNameplate) {
                                         "restore"));
     EXPECT_TRUE(brandGlintShows(phase));
   }
+  test::RecordingCanvas box;
+  box.lineBounds = {2, -3, 200, 40};
+  EXPECT_EQ(brandGlyphBox(box, {0, 0, 800, 97}, kName), (Rect{300, 28.5, 200, 40}));
+  box.lineBounds.width = 0;
+  EXPECT_EQ(brandGlyphBox(box, {0, 0, 800, 97}, kName), std::nullopt);
   test::RecordingCanvas past;
   drawBrandGlint(past, {0, 0, 800, 97}, kName, 0.45);
   EXPECT_THAT(past.ops, ::testing::IsEmpty());

@@ -119,12 +119,11 @@ void OverlayWindow::saveFrame() {
   settings.set(keys::panelFrame, frameString(frame));
 }
 
-void OverlayWindow::redraw(const Rect& panelRect) {
+void OverlayWindow::redraw(const Rect& panelRect, double margin) {
   const Rect r = inWindow(panelRect);
-  const int x = static_cast<int>(std::floor(r.x)) - static_cast<int>(kSpill);
-  const int y = static_cast<int>(std::floor(r.y)) - static_cast<int>(kSpill);
-  area.queue_draw_area(x, y, static_cast<int>(std::ceil(r.width)) + 2 * static_cast<int>(kSpill) + 1,
-                       static_cast<int>(std::ceil(r.height)) + 2 * static_cast<int>(kSpill) + 1);
+  const int x = static_cast<int>(std::floor(r.x - margin)), y = static_cast<int>(std::floor(r.y - margin));
+  area.queue_draw_area(x, y, static_cast<int>(std::ceil(r.maxX() + margin)) - x,
+                       static_cast<int>(std::ceil(r.maxY() + margin)) - y);
 }
 
 // ---- the window --------------------------------------------------------------------
@@ -286,7 +285,7 @@ void OverlayWindow::fadeBackdrop(double target, double seconds) {
 void OverlayWindow::setStatusText(const std::string& t) {
   status = t;
   if (statusLayout) pango_layout_set_text(statusLayout, status.data(), static_cast<int>(status.size()));
-  redraw(statusFrame);
+  redraw(statusFrame, 1);
 }
 
 void OverlayWindow::setStatusFrame(const Rect& f) {
@@ -313,35 +312,38 @@ void OverlayWindow::setTextLayers(const std::vector<TextLayer>& l, bool brandMod
 
 void OverlayWindow::setTextFrame(const Rect& f) {
   if (f == textFrame) return;
-  redraw(textFrame);
+  redraw(textFrame, kSpill);
   textFrame = f;
   dropTextCache();
-  redraw(textFrame);
+  redraw(textFrame, kSpill);
 }
 
 void OverlayWindow::setBrandPhase(double p) {
   const double before = phase;
   phase = p;
   // Past the glint's sweep every frame is the still plate: nothing to draw.
-  if (brand && !layers.empty() && (brandGlintShows(p) || brandGlintShows(before))) redraw(textFrame);
+  if (brand && !layers.empty() && (brandGlintShows(p) || brandGlintShows(before))) {
+    redraw(glintArea.value_or(textFrame), 1);
+  }
 }
 
 void OverlayWindow::setBandFrame(const Rect& f) {
   if (f == bandFrame) return;
-  if (!bandHidden) redraw(bandFrame);
+  if (!bandHidden) redraw(bandFrame, 1);
   bandFrame = f;
-  if (!bandHidden) redraw(bandFrame);
+  if (!bandHidden) redraw(bandFrame, 1);
 }
 
 void OverlayWindow::setBandHidden(bool hidden) {
   if (hidden == bandHidden) return;
   bandHidden = hidden;
-  redraw(bandFrame);
+  redraw(bandFrame, 1);
 }
 
 void OverlayWindow::dropTextCache() {
   if (textCache) cairo_surface_destroy(textCache);
   textCache = nullptr;
+  glintArea.reset();
 }
 
 // ---- drawing ------------------------------------------------------------------------------
@@ -392,6 +394,9 @@ void OverlayWindow::drawText(cairo_t* cr) {
       CairoCanvas canvas(c, h, lines);
       if (brand) {
         drawBrandPlate(canvas, {0, 0, w, h}, layers.front());
+        if (auto g = brandGlyphBox(canvas, {0, 0, w, h}, layers.front())) {
+          glintArea = Rect{textFrame.x + g->x, textFrame.y + g->y, g->width, g->height};
+        }
       } else {
         for (const TextLayer& layer : layers)
           canvas.drawTextBlock(layer, {spill, spill, textFrame.width, textFrame.height});

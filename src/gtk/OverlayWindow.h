@@ -72,7 +72,8 @@ class OverlayWindow : public OverlayHost {
   void saveFrame();
   // Panel coordinates (origin bottom left) to the window's (top left).
   Rect inWindow(const Rect& r) const;
-  void redraw(const Rect& panelRect);
+  // margin: what drawing may spill beyond the rectangle.
+  void redraw(const Rect& panelRect, double margin);
 
   void buildWindow();
   bool draw(const Cairo::RefPtr<Cairo::Context>& cr);
@@ -127,6 +128,7 @@ class OverlayWindow : public OverlayHost {
   double phase = 0;
   Rect textFrame;
   cairo_surface_t* textCache = nullptr;  // the drawn layers, or the still nameplate
+  std::optional<Rect> glintArea;         // the nameplate's glyphs, panel coordinates
   Rect bandFrame;
   bool bandHidden = true;
 

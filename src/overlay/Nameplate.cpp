@@ -134,6 +134,12 @@ void drawBrandGlint(Canvas& c, const Rect& bounds, const TextLayer& line, double
   c.restore();
 }
 
+std::optional<Rect> brandGlyphBox(Canvas& c, const Rect& bounds, const TextLayer& line) {
+  const auto at = place(c, bounds, line);
+  if (!at) return std::nullopt;
+  return at->g;
+}
+
 bool brandGlintShows(double phase) {
   return phase / 0.45 < 1;
 }

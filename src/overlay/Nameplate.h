@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "platform/Canvas.h"
 
@@ -32,6 +33,9 @@ void drawBrand(Canvas& canvas, const Rect& bounds, const TextLayer& line, double
 // glint gives the same pixels as drawBrand.
 void drawBrandPlate(Canvas& canvas, const Rect& bounds, const TextLayer& line);
 void drawBrandGlint(Canvas& canvas, const Rect& bounds, const TextLayer& line, double phase);
+// The box the glyphs fill in the view, the only place the glint lights;
+// absent when the line draws nothing.
+std::optional<Rect> brandGlyphBox(Canvas& canvas, const Rect& bounds, const TextLayer& line);
 // Whether the glint is on the plate at this phase; past the sweep every
 // frame looks like the plate alone.
 bool brandGlintShows(double phase);
