@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "gtk/Blur.h"
 #include "ui/StatusIcon.h"
@@ -12,14 +13,34 @@ namespace lumerix::gtk {
 
 LineCache::~LineCache() {
   if (cached) g_object_unref(cached);
+  if (outline) cairo_path_destroy(outline);
 }
 
 PangoLayout* LineCache::layoutFor(const TextLayer& line) {
   if (cached && key == line) return cached;
   if (cached) g_object_unref(cached);
+  if (outline) cairo_path_destroy(outline);
+  outline = nullptr;
   cached = engine.layout(line, 0);
   key = line;
   return cached;
+}
+
+void LineCache::appendOutline(cairo_t* cr, const TextLayer& line) {
+  PangoLayoutLine* l = pango_layout_get_line_readonly(layoutFor(line), 0);
+  cairo_matrix_t m;
+  cairo_get_matrix(cr, &m);
+  cairo_new_path(cr);
+  if (!l) return;
+  if (outline && std::memcmp(&m, &outlineMatrix, sizeof m) == 0) {
+    cairo_append_path(cr, outline);
+    return;
+  }
+  cairo_move_to(cr, 0, 0);
+  pango_cairo_layout_line_path(cr, l);
+  if (outline) cairo_path_destroy(outline);
+  outline = cairo_copy_path(cr);
+  outlineMatrix = m;
 }
 
 CairoCanvas::CairoCanvas(cairo_t* cr, double viewHeight, LineCache& lines) : cr(cr), lines(lines) {
@@ -214,16 +235,12 @@ Rect CairoCanvas::textLineBounds(const TextLayer& line) {
 }
 
 void CairoCanvas::drawTextLine(const TextLayer& line, Point origin, TextDrawingMode mode) {
-  PangoLayoutLine* l = pango_layout_get_line_readonly(lines.layoutFor(line), 0);
-  if (!l) return;
   // The path is built upright at the baseline's left end; it stays when
   // the transformation is undone.
   cairo_save(cr);
-  cairo_new_path(cr);
   cairo_translate(cr, origin.x, origin.y);
   cairo_scale(cr, 1, -1);
-  cairo_move_to(cr, 0, 0);
-  pango_cairo_layout_line_path(cr, l);
+  lines.appendOutline(cr, line);
   cairo_restore(cr);
   switch (mode) {
     case TextDrawingMode::fill:

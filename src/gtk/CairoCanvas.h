@@ -20,12 +20,18 @@ class LineCache {
   LineCache(const LineCache&) = delete;
   LineCache& operator=(const LineCache&) = delete;
   PangoLayout* layoutFor(const TextLayer& line);
+  // Makes the line's glyph outlines the current path of cr, with the line's
+  // origin at the current user-space origin; the last outline is kept and
+  // replayed while the line and the transformation stay the same.
+  void appendOutline(cairo_t* cr, const TextLayer& line);
   TextEngine& text() { return engine; }
 
  private:
   TextEngine& engine;
   TextLayer key;
   PangoLayout* cached = nullptr;
+  cairo_path_t* outline = nullptr;  // for `key`, built under outlineMatrix
+  cairo_matrix_t outlineMatrix{};
 };
 
 // The Canvas on Cairo, text by Pango. The view's origin is at the bottom

@@ -386,10 +386,10 @@ void OverlayWindow::drawText(cairo_t* cr) {
   if (!textCache) {
     const int scale = area.get_scale_factor();
     const double w = textFrame.width + 2 * spill, h = textFrame.height + 2 * spill;
-    textCache = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, static_cast<int>(std::ceil(w * scale)),
-                                           static_cast<int>(std::ceil(h * scale)));
-    cairo_surface_set_device_scale(textCache, scale, scale);
-    cairo_t* c = cairo_create(textCache);
+    cairo_surface_t* image = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, static_cast<int>(std::ceil(w * scale)),
+                                                        static_cast<int>(std::ceil(h * scale)));
+    cairo_surface_set_device_scale(image, scale, scale);
+    cairo_t* c = cairo_create(image);
     {
       CairoCanvas canvas(c, h, lines);
       if (brand) {
@@ -403,6 +403,16 @@ void OverlayWindow::drawText(cairo_t* cr) {
       }
     }
     cairo_destroy(c);
+    // Kept where the window's pixels are (an X pixmap on X11), so each
+    // frame composites it there instead of sending it again.
+    textCache = cairo_surface_create_similar(cairo_get_target(cr), CAIRO_CONTENT_COLOR_ALPHA,
+                                             static_cast<int>(std::ceil(w)), static_cast<int>(std::ceil(h)));
+    cairo_t* copy = cairo_create(textCache);
+    cairo_set_source_surface(copy, image, 0, 0);
+    cairo_set_operator(copy, CAIRO_OPERATOR_SOURCE);
+    cairo_paint(copy);
+    cairo_destroy(copy);
+    cairo_surface_destroy(image);
   }
   cairo_set_source_surface(cr, textCache, at.x - spill, at.y - spill);
   cairo_paint(cr);
