@@ -16,7 +16,9 @@ nothing, so a stacking fault fails the check. Checks, in order:
    gives it the keys back; the frame comes back after a restart; a second
    launch hands its GB 18030 Chinese subtitle to the running bar, which
    draws its glyphs.
-3. mutter (--x11 --replace) over a full-screen mpv: on top, readable, keys.
+3. openbox without a compositor: the status line says the bar cannot be
+   see-through.
+4. mutter (--x11 --replace) over a full-screen mpv: on top, readable, keys.
 """
 import argparse, difflib, json, os, re, signal, subprocess, sys, time
 
@@ -58,7 +60,7 @@ class Screen:
         """OCR of a crop: light text on anything darker."""
         x, y, w, h = (int(v) for v in box)
         out = shot + f".{x}-{y}.png"
-        levels = ["-threshold", threshold]
+        levels = ["-threshold", threshold] if threshold else []
         sh("convert", shot, "-crop", f"{w}x{h}+{x}+{y}", "+repage", "-colorspace", "gray", "-resize", f"{scale}%",
            *levels, "-negate", "-bordercolor", "white", "-border", "20", out)
         return " ".join(sh("tesseract", out, "-", "--psm", str(psm), check=False).split())
@@ -96,7 +98,7 @@ class Bar:
 
     def status_box(self):
         x, y, w, h = self.geometry()
-        return x + 16, y + h - 21, w - 32, 17  # inside the hover outline
+        return x + 3, y + h - 21, w - 6, 17  # inside the hover outline
 
     def click(self, dx=None, dy=None):
         x, y, w, h = self.geometry()
@@ -134,17 +136,18 @@ def says(words, seen):
                for i in range(max(1, len(s) - len(w) + 1)))
 
 
-def status_says(screen, shot, bar, words):
-    # Small light text: enlarged, and a lower threshold than the cues'.
-    seen = screen.read(shot, bar.status_box(), threshold="65%", scale=400, psm=7)
+def status_says(screen, shot, bar, words, threshold="65%"):
+    # Small light text: enlarged, and a lower threshold than the cues' (on
+    # black, none at all reads best).
+    seen = screen.read(shot, bar.status_box(), threshold=threshold, scale=400, psm=7)
     return says(words, seen), seen
 
 
-def status_reads(screen, bar, words, tries=4):
+def status_reads(screen, bar, words, tries=4, threshold="65%"):
     """The status line, read until it says the words (the hint stays 3 s)."""
     seen = ""
     for _ in range(tries):
-        ok, seen = status_says(screen, screen.shot(), bar, words)
+        ok, seen = status_says(screen, screen.shot(), bar, words, threshold)
         if ok:
             return True, seen
         time.sleep(0.2)
@@ -236,7 +239,7 @@ def write_subtitles(work):
     config = os.path.join(work, "config", "lumerix")
     os.makedirs(config, exist_ok=True)
     with open(os.path.join(config, "settings.json"), "w") as f:
-        json.dump({"DidOnboard": True}, f)
+        json.dump({"DidOnboard": True, "DebugLog": True}, f)
     env = dict(os.environ, XDG_CONFIG_HOME=os.path.join(work, "config"))
     return env, os.path.join(config, "settings.json")
 
@@ -274,6 +277,9 @@ def openbox_checks(args, screen, env, settings):
     bar.drag(w // 2, h // 2, 70, -50)
     moved = bar.geometry()
     check(bar.stop() == 0, "quits cleanly on SIGTERM")
+    log = bar.proc.stderr.read()
+    check(re.search(r"^PXDBG onActiveSpace=1 visible=1 occlusion=\d+ key=\d level=101 frame=", log, re.M) is not None,
+          "DebugLog writes its PXDBG line", log[-300:])
     with open(settings) as f:
         saved = json.load(f).get("LumerixPanel", "")
     check(bool(saved), "the frame is saved", saved)
@@ -296,6 +302,17 @@ def openbox_checks(args, screen, env, settings):
     mpv.wait(10)
 
 
+def no_compositor_checks(args, screen, env, compositor):
+    compositor.terminate()
+    compositor.wait(10)
+    time.sleep(0.5)
+    bar = Bar(args.lumerix, [os.path.join(args.work, "clip.srt")], env)
+    time.sleep(3.4)  # after the start hint
+    ok, seen = status_reads(screen, bar, "No compositor running", threshold=None)
+    check(ok, "without a compositor the status line says so", seen)
+    bar.stop()
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--lumerix", required=True)
@@ -310,6 +327,7 @@ def main():
     try:
         demo_checks(args, screen)
         openbox_checks(args, screen, env, settings)
+        no_compositor_checks(args, screen, env, compositor)
     finally:
         compositor.terminate()
         openbox.terminate()
