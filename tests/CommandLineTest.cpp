@@ -15,6 +15,7 @@
 #include "app/CommandLine.h"
 #include "headless/HeadlessApp.h"
 #include "linux/FileSettingsStore.h"
+#include "ui/DesktopTexts.h"
 #include "sync/Subprocess.h"
 #include "util/Files.h"
 #include "util/JsonText.h"
@@ -186,7 +187,7 @@ Run runFor(const std::vector<std::string>& args, std::chrono::milliseconds howLo
 }
 
 TEST(CommandLineProgram, DemoShowsTheSampleOnTimeAndStopsCleanly) {
-  auto run = runFor({"--demo"}, std::chrono::milliseconds(2500), SIGINT);
+  auto run = runFor({"--demo", "--headless"}, std::chrono::milliseconds(2500), SIGINT);
   EXPECT_EQ(run.status, 0) << run.err;
   std::vector<nlohmann::json> lines;
   std::istringstream in(run.out);
@@ -228,6 +229,21 @@ TEST(CommandLineProgram, DemoShowsTheSampleOnTimeAndStopsCleanly) {
 TEST(CommandLineProgram, TheLaunchFormFollowsAndSaysWhatItCannotDo) {
   test::TempDir dir;
   ::setenv("XDG_CONFIG_HOME", dir.path("config").c_str(), 1);
+#if LUMERIX_WINDOW_SHELL
+  // No screen to show the bar on: one line that points the way, and a
+  // failure a script can see.
+  const std::string display = std::getenv("DISPLAY") ? std::getenv("DISPLAY") : "";
+  const std::string wayland = std::getenv("WAYLAND_DISPLAY") ? std::getenv("WAYLAND_DISPLAY") : "";
+  ::unsetenv("DISPLAY");
+  ::unsetenv("WAYLAND_DISPLAY");
+  auto run = runFor({dir.path("no-such.srt")}, std::chrono::milliseconds(3000));
+  if (!display.empty()) ::setenv("DISPLAY", display.c_str(), 1);
+  if (!wayland.empty()) ::setenv("WAYLAND_DISPLAY", wayland.c_str(), 1);
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.err, "lumerix: " + dir.path("no-such.srt") + ": No such file or directory (starting without a subtitle)\n" +
+                         std::string(texts::desktop::noDisplay) + "\n");
+  EXPECT_EQ(run.out, "");
+#else
   auto run = runFor({dir.path("no-such.srt")}, std::chrono::milliseconds(300));
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.err,
@@ -235,11 +251,12 @@ TEST(CommandLineProgram, TheLaunchFormFollowsAndSaysWhatItCannotDo) {
             "lumerix: " +
                 dir.path("no-such.srt") + ": No such file or directory (starting without a subtitle)\n");
   EXPECT_NE(run.out.find(R"("status":"⇄ Auto-syncing)"), std::string::npos) << run.out;
+#endif
 }
 
 TEST(CommandLineProgram, DemoRunsWithoutAUsableTemporaryFolder) {
   ::setenv("TMPDIR", "/nonexistent", 1);
-  auto run = runFor({"--demo"}, std::chrono::milliseconds(1500));
+  auto run = runFor({"--demo", "--headless"}, std::chrono::milliseconds(1500));
   ::unsetenv("TMPDIR");
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.out.find(R"("status":"Loaded sample.srt · 6 cues")"), std::string::npos) << run.out;

@@ -659,6 +659,27 @@ TEST(ControllerMenu, EveryItemReachesItsOperation) {
   EXPECT_EQ(r.host.status, "Enable Lumerix → TV in the Automation list");
 }
 
+TEST(ControllerPanel, DesktopNotesWaitForTheHintsThenShowOnceEach) {
+  Rig r;
+  r.start();
+  for (auto note : texts::desktop::notes({.composited = false, .gnomeWayland = true})) r.c->postNote(note);
+  r.tickAt(std::nullopt);
+  EXPECT_EQ(r.host.status.substr(0, 3), "⇄");  // the start hint keeps its three seconds
+  r.expireHint();
+  r.tickAt(std::nullopt);
+  EXPECT_EQ(r.host.status, texts::desktop::gnomeWayland);
+  r.clock.advance(2.9);
+  r.tickAt(5.0);
+  EXPECT_EQ(r.host.status, texts::desktop::gnomeWayland);
+  r.clock.advance(0.2);
+  r.tickAt(5.0);
+  EXPECT_EQ(r.host.status, texts::desktop::noCompositor);
+  r.expireHint();
+  r.tickAt(std::nullopt);
+  EXPECT_EQ(r.host.status, "◌ Nothing is playing");
+  EXPECT_THAT(texts::desktop::notes({}), ::testing::IsEmpty());
+}
+
 // ---- a whole evening, call by call ---------------------------------------------------------------
 
 TEST(ControllerScript, PlaybackSeeksPausesEpisodesAndPermission) {

@@ -99,6 +99,37 @@ TEST(Nameplate, TheSheenSweepsDuringTheFirst45PercentOnly) {
   EXPECT_EQ(*(glint + 1), "blend normal");
 }
 
+TEST(Nameplate, APlateKeptBetweenFramesPlusTheGlintIsTheWholeNameplate) {
+  test::RecordingCanvas still;
+  still.lineBounds = {2, -3, 200, 40};
+  drawBrandPlate(still, {0, 0, 800, 97}, kName);
+  EXPECT_EQ(still.depth, 0);
+  // The plate is the nameplate past its sweep, whatever the phase now.
+  EXPECT_EQ(still.ops, plate(800, 0.9));
+  for (double phase : {0.0, 0.225, 0.44}) {
+    test::RecordingCanvas moving;
+    moving.lineBounds = {2, -3, 200, 40};
+    drawBrandGlint(moving, {0, 0, 800, 97}, kName, phase);
+    EXPECT_EQ(moving.depth, 0);
+    // Clipped to the glyphs at the plate's origin, then the same glint.
+    const auto whole = plate(800, phase);
+    const auto glint = std::find_if(whole.begin(), whole.end(), isGlint);
+    EXPECT_THAT(moving.ops, ElementsAre("save", "text clip LUMERIX at 298,31.5", "blend plus", *glint, "blend normal",
+                                        "restore"));
+    EXPECT_TRUE(brandGlintShows(phase));
+  }
+  test::RecordingCanvas box;
+  box.lineBounds = {2, -3, 200, 40};
+  EXPECT_EQ(brandGlyphBox(box, {0, 0, 800, 97}, kName), (Rect{300, 28.5, 200, 40}));
+  box.lineBounds.width = 0;
+  EXPECT_EQ(brandGlyphBox(box, {0, 0, 800, 97}, kName), std::nullopt);
+  test::RecordingCanvas past;
+  drawBrandGlint(past, {0, 0, 800, 97}, kName, 0.45);
+  EXPECT_THAT(past.ops, ::testing::IsEmpty());
+  EXPECT_FALSE(brandGlintShows(0.45));
+  EXPECT_FALSE(brandGlintShows(0.99));
+}
+
 TEST(Nameplate, NarrowPanelsLoseTheRulesAndEmptyTextDrawsNothing) {
   // (300 - 200) / 2 - 46 = 4 points of rule: not worth drawing.
   const auto narrow = plate(300, 0.5);

@@ -75,7 +75,7 @@ void Controller::tick() noexcept {
   if (!snap.position) {
     render(kBrand, true);
     services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);
-    if (!(now() > s.hintUntil)) return;
+    if (!(now() > s.hintUntil) || showNextNote()) return;
     statusLine.assign("◌ ").append(snap.status);
     setStatus(statusLine);
     return;
@@ -110,7 +110,7 @@ void Controller::tick() noexcept {
   }
   render(*text, false);
   planExtraTick(*snap.position, lo < s.starts.size() ? &s.starts[lo] : nullptr, shown);
-  if (!(now() > s.hintUntil)) return;
+  if (!(now() > s.hintUntil) || showNextNote()) return;
 
   statusLine.assign(snap.playing ? "⇄" : "⏸").append(" ").append(snap.track).append("  ");
   statusLine.append(fmtTime(*snap.position));  // the player's clock, not subtitle time
@@ -144,6 +144,17 @@ void Controller::planExtraTick(double position, const double* nextStart, const C
 void Controller::showHint(std::string_view text) {
   setStatus(text);
   s.hintUntil = now() + 3.0;
+}
+
+void Controller::postNote(std::string_view text) noexcept {
+  notes.emplace_back(text);
+}
+
+bool Controller::showNextNote() {
+  if (notes.empty()) return false;
+  showHint(notes.front());
+  notes.erase(notes.begin());
+  return true;
 }
 
 void Controller::setStatus(std::string_view text) {

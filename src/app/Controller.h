@@ -15,6 +15,7 @@
 #include "platform/SettingsStore.h"
 #include "subtitles/Cue.h"
 #include "sync/SyncSource.h"
+#include "ui/DesktopTexts.h"
 #include "ui/Menu.h"
 #include "ui/Preferences.h"
 
@@ -171,6 +172,8 @@ class Controller {
   void perform(MenuAction action) noexcept;
   void presentPermissionAlert() noexcept;
   void menuGrantPermission() noexcept;
+  // Shown once as a hint, after the hints already up; notes wait in turn.
+  void postNote(std::string_view text) noexcept;
   void menuAbout() noexcept;
   void menuHowTo() noexcept;
   void showOnboarding() noexcept;
@@ -186,6 +189,7 @@ class Controller {
   void updateFrameVisibility();
   void showHint(std::string_view text);
   void setStatus(std::string_view text);
+  bool showNextNote();
   double now() const { return services.clock.uptime(); }
 
   ControllerServices services;
@@ -196,6 +200,7 @@ class Controller {
   SyncSnapshot snap;
   std::string statusLine;
   std::string shownStatus;  // what the status line shows; the host hears only of changes
+  std::vector<std::string> notes;  // waiting for the status line, first first
 };
 
 // The start-up subtitle: the first argument after the program's path, when

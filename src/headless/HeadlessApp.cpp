@@ -217,4 +217,31 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   return out ? 0 : 1;
 }
 
+int runProgram(int argc, char** argv, const std::function<int(const CommandLine&)>& showBar) {
+  std::ios::sync_with_stdio(false);
+  const CommandLine cl = parseCommandLine({argv + 1, argv + argc});
+  switch (cl.mode) {
+    case CommandLine::Mode::help:
+      std::cout << helpText(static_cast<bool>(showBar));
+      return 0;
+    case CommandLine::Mode::version:
+      std::cout << versionText();
+      return 0;
+    case CommandLine::Mode::dumpCues:
+      return runDumpCues(cl.file, std::cout, std::cerr);
+    case CommandLine::Mode::run:
+      if (!cl.headless && !cl.demo && !showBar) {
+        std::cerr << "lumerix: this build has no window; printing what the bar would show (as --headless)\n";
+      }
+      if (auto note = missingStartupFileNote(cl.file)) std::cerr << *note << '\n';
+      if (!cl.headless && showBar) return showBar(cl);
+      return runHeadless({cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo, cl.player},
+                         std::cout, std::cerr);
+    case CommandLine::Mode::usageError:
+      std::cerr << cl.error << '\n';
+      return 2;
+  }
+  return 2;
+}
+
 }  // namespace lumerix

@@ -2,10 +2,12 @@
 
 #include <atomic>
 #include <cmath>
+#include <functional>
 #include <iosfwd>
 #include <optional>
 #include <string>
 
+#include "app/CommandLine.h"
 #include "platform/Clock.h"
 #include "platform/Dialogs.h"
 #include "platform/OverlayHost.h"
@@ -108,5 +110,11 @@ struct HeadlessOptions {
 // quit key), then leaves as quitting does: calibration saved, sources
 // stopped. Returns the exit status.
 int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream& err);
+
+// What `lumerix` does with its command line, whichever shell is built:
+// help, version, --dump-cues and --headless are answered here; the launch
+// form goes to showBar, or, in a build without a window (showBar empty),
+// runs headless with a note saying so. Returns the exit status.
+int runProgram(int argc, char** argv, const std::function<int(const CommandLine&)>& showBar);
 
 }  // namespace lumerix

@@ -1,6 +1,7 @@
 #include "overlay/Nameplate.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace lumerix {
 
@@ -26,16 +27,38 @@ void finial(Canvas& c, double cx, double y) {
   c.restore();
 }
 
-}  // namespace
+// Where the line sits: its origin and its glyph box G, centred in the view.
+struct Placement {
+  double tx, ty;
+  Rect g;
+};
 
-void drawBrand(Canvas& c, const Rect& bounds, const TextLayer& line, double phase) {
+std::optional<Placement> place(Canvas& c, const Rect& bounds, const TextLayer& line) {
   const Rect glyphs = c.textLineBounds(line);
   const double lw = glyphs.width, lh = glyphs.height;
-  if (!(lw > 0)) return;
-  // The glyph box G is centred in the view.
+  if (!(lw > 0)) return std::nullopt;
   const double tx = (bounds.width - lw) / 2 - glyphs.x;
   const double ty = (bounds.height - lh) / 2 - glyphs.y;
-  const Rect g{glyphs.x + tx, glyphs.y + ty, lw, lh};
+  return Placement{tx, ty, {glyphs.x + tx, glyphs.y + ty, lw, lh}};
+}
+
+// Adds the glint; the clip is already the glyphs'.
+void glint(Canvas& c, const Rect& g, double phase) {
+  const double p = phase / 0.45;
+  if (!(p < 1)) return;
+  c.setBlendMode(BlendMode::plusLighter);
+  const double sx = g.minX() - 95 + p * (g.width + 190);
+  c.drawLinearGradient({{0, RGBA::white(1, 0)}, {0.5, RGBA::white(1, 0.75)}, {1, RGBA::white(1, 0)}}, {sx, g.minY()},
+                       {sx + 95, g.maxY()});
+  c.setBlendMode(BlendMode::normal);
+}
+
+// The whole nameplate, or without its glint when phase is absent.
+void drawNameplate(Canvas& c, const Rect& bounds, const TextLayer& line, std::optional<double> phase) {
+  const auto at = place(c, bounds, line);
+  if (!at) return;
+  const double tx = at->tx, ty = at->ty, lw = at->g.width, lh = at->g.height;
+  const Rect g = at->g;
   const double my = g.midY();
 
   // Side rules only where there is room for them to read as rules.
@@ -87,15 +110,38 @@ void drawBrand(Canvas& c, const Rect& bounds, const TextLayer& line, double phas
   }
 
   // The glint, for the first 45 % of each cycle.
-  const double p = phase / 0.45;
-  if (p < 1) {
-    c.setBlendMode(BlendMode::plusLighter);
-    const double sx = g.minX() - 95 + p * (g.width + 190);
-    c.drawLinearGradient({{0, RGBA::white(1, 0)}, {0.5, RGBA::white(1, 0.75)}, {1, RGBA::white(1, 0)}}, {sx, g.minY()},
-                         {sx + 95, g.maxY()});
-    c.setBlendMode(BlendMode::normal);
-  }
+  if (phase) glint(c, g, *phase);
   c.restore();
+}
+
+}  // namespace
+
+void drawBrand(Canvas& c, const Rect& bounds, const TextLayer& line, double phase) {
+  drawNameplate(c, bounds, line, phase);
+}
+
+void drawBrandPlate(Canvas& c, const Rect& bounds, const TextLayer& line) {
+  drawNameplate(c, bounds, line, std::nullopt);
+}
+
+void drawBrandGlint(Canvas& c, const Rect& bounds, const TextLayer& line, double phase) {
+  if (!brandGlintShows(phase)) return;
+  const auto at = place(c, bounds, line);
+  if (!at) return;
+  c.save();
+  c.drawTextLine(line, {at->tx, at->ty}, TextDrawingMode::clip);
+  glint(c, at->g, phase);
+  c.restore();
+}
+
+std::optional<Rect> brandGlyphBox(Canvas& c, const Rect& bounds, const TextLayer& line) {
+  const auto at = place(c, bounds, line);
+  if (!at) return std::nullopt;
+  return at->g;
+}
+
+bool brandGlintShows(double phase) {
+  return phase / 0.45 < 1;
 }
 
 }  // namespace lumerix

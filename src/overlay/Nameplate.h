@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "platform/Canvas.h"
 
@@ -25,5 +26,18 @@ class HairlineRandom {
 // every cycle. bounds: the text view's; phase: in [0, 1). A line whose
 // glyphs have no width draws nothing at all.
 void drawBrand(Canvas& canvas, const Rect& bounds, const TextLayer& line, double phase);
+
+// The same nameplate in two parts, for a shell that keeps the still part
+// between frames: drawBrand is the plate with the glint drawn over it. The
+// glint only adds light inside the glyphs, so a cached plate plus a fresh
+// glint gives the same pixels as drawBrand.
+void drawBrandPlate(Canvas& canvas, const Rect& bounds, const TextLayer& line);
+void drawBrandGlint(Canvas& canvas, const Rect& bounds, const TextLayer& line, double phase);
+// The box the glyphs fill in the view, the only place the glint lights;
+// absent when the line draws nothing.
+std::optional<Rect> brandGlyphBox(Canvas& canvas, const Rect& bounds, const TextLayer& line);
+// Whether the glint is on the plate at this phase; past the sweep every
+// frame looks like the plate alone.
+bool brandGlintShows(double phase);
 
 }  // namespace lumerix

@@ -1,0 +1,167 @@
+#include "gtk/GtkShell.h"
+
+#include <glib-unix.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+
+#include "app/MemorySettingsStore.h"
+#include "gtk/CairoCanvas.h"
+#include "ui/DesktopTexts.h"
+#include "ui/Menu.h"
+#include "util/Path.h"
+
+namespace lumerix::gtk {
+
+namespace {
+
+constexpr const char* kTrayIconName = "lumerix-status";
+constexpr int kTrayIconPixels = 48;  // hosts scale it down; sharp on dense screens too
+
+std::string systemFontFamily() {
+  Glib::ustring name;
+  if (auto gtkSettings = Gtk::Settings::get_default()) name = gtkSettings->property_gtk_font_name().get_value();
+  const Pango::FontDescription font(name);
+  return font.get_family().empty() ? "Sans" : std::string(font.get_family());
+}
+
+}  // namespace
+
+GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
+    : app(app),
+      text(systemFontFamily()),
+      // The demo keeps its settings in memory: it must not change the user's.
+      settings(options.demo ? std::make_unique<MemorySettingsStore>() : platform::makeUserSettingsStore(std::cerr)),
+      host(barKind(), *settings, text) {
+  std::unique_ptr<SyncSource> source;
+  std::optional<std::string> subtitle = options.subtitle;
+  // The demo still speaks as this platform does; only its player is built in.
+  player = platform::makePlayerServices(*settings, options.player);
+  if (options.demo) {
+    source = std::make_unique<DemoSync>(clock, demoLoopSeconds());
+    demoFolder.emplace();
+    subtitle = demoFolder->subtitle();
+    if (!subtitle) std::cerr << "lumerix: no folder for the demo's sample subtitle (" << demoFolder->error() << ")\n";
+  } else {
+    source = std::move(player.source);
+  }
+
+  services.onTerminate = [this] { quitNow(); };
+  services.onActivate = [this] { host.present(); };
+  services.onShowPreferences = [this] {
+    if (!preferences) preferences = std::make_unique<PreferencesWindow>(*controller);
+    preferences->showFromController();
+  };
+  controller = std::make_unique<Controller>(ControllerServices{clock, *settings, host, dialogs, services},
+                                            std::move(source), subtitle, player.conventions);
+  host.attach(controller.get());
+  for (std::string_view note : texts::desktop::notes(
+           {.composited = host.composited(), .gnomeWayland = options.backend.waylandWithoutLayerShell})) {
+    controller->postNote(note);
+  }
+
+  auto perform = [this](MenuAction action) {
+    if (controller) controller->perform(action);
+  };
+  contextMenu = buildMenu(controller->menu(), perform);
+  host.onContextMenu([this](const GdkEvent* event) { contextMenu.menu->popup_at_pointer(event); });
+  writeTrayIcon();
+  tray = std::make_unique<Tray>(iconDir, kTrayIconName, buildMenu(controller->menu(), perform));
+
+  tickTimer = Glib::signal_timeout().connect(
+      [this] {
+        tick();
+        return true;
+      },
+      static_cast<unsigned>(Controller::tickInterval * 1000));
+  if (controller->debugLogEnabled()) {
+    debugTimer = Glib::signal_timeout().connect(
+        [this] {
+          std::cerr << Controller::debugLine(host.diagnostics()) << std::endl;
+          return true;
+        },
+        static_cast<unsigned>(Controller::debugLogInterval * 1000));
+  }
+  // Signals only set the quit in motion; the main loop does the rest.
+  stopSignals[0] = g_unix_signal_add(SIGTERM, onStopSignal, this);
+  stopSignals[1] = g_unix_signal_add(SIGINT, onStopSignal, this);
+  app.hold();  // no window of the application's kind: keep running anyway
+
+  // Once the bar is up; the guide's dialog runs its own loop, the bar ticks on.
+  Glib::signal_idle().connect_once([this] { showGuideOnFirstLaunch(*controller, *settings); });
+}
+
+void GtkShell::tick() {
+  controller->tick();
+  // The text changes before the next tick: one more tick right then.
+  // (One at a time: a second boundary within the same tick waits for the next.)
+  if (const auto extra = controller->extraTickIn(); extra && !extraTick.connected()) {
+    extraTick = Glib::signal_timeout().connect(
+        [this] {
+          tick();
+          return false;
+        },
+        static_cast<unsigned>(std::ceil(*extra * 1000)));
+  }
+}
+
+GtkShell::~GtkShell() {
+  for (guint id : stopSignals) {
+    if (id) g_source_remove(id);
+  }
+  tickTimer.disconnect();
+  extraTick.disconnect();
+  debugTimer.disconnect();
+  host.attach(nullptr);
+  tray.reset();
+  preferences.reset();
+  if (controller) controller->source().cancel();  // again: cancelling twice is harmless
+  controller.reset();
+  if (!iconDir.empty()) {
+    std::remove(path::append(iconDir, std::string(kTrayIconName) + ".png").c_str());
+    ::rmdir(iconDir.c_str());
+  }
+}
+
+gboolean GtkShell::onStopSignal(gpointer self) {
+  // As the quit keys: the calibration is saved, the sources stop.
+  static_cast<GtkShell*>(self)->controller->quit();
+  return G_SOURCE_CONTINUE;
+}
+
+void GtkShell::quitNow() {
+  if (quitting) return;
+  quitting = true;
+  // A dialog running its own loop would hold the quit up: answer it.
+  for (Gtk::Window* w : Gtk::Window::list_toplevels()) {
+    if (auto* dialog = dynamic_cast<Gtk::Dialog*>(w)) dialog->response(Gtk::RESPONSE_DELETE_EVENT);
+  }
+  app.release();
+  app.quit();
+}
+
+void GtkShell::present() {
+  host.present();
+}
+
+void GtkShell::open(const std::string& path) {
+  host.present();
+  controller->fileDropped(path);  // as if dropped on the bar
+}
+
+void GtkShell::writeTrayIcon() {
+  // The tray host reads the icon from a file: the core's drawing, put
+  // where only this user and this run look.
+  std::string dir = path::append(Glib::get_user_runtime_dir(), "lumerix-" + std::to_string(::getpid()));
+  if (g_mkdir_with_parents(dir.c_str(), 0700) != 0) return;
+  cairo_surface_t* icon = drawIconSurface(kTrayIconPixels, text);
+  const bool written =
+      cairo_surface_write_to_png(icon, path::append(dir, std::string(kTrayIconName) + ".png").c_str()) ==
+      CAIRO_STATUS_SUCCESS;
+  cairo_surface_destroy(icon);
+  if (written) iconDir = dir;
+}
+
+}  // namespace lumerix::gtk

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <gtkmm.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/Controller.h"
+#include "app/PlatformServices.h"
+#include "gtk/DisplayBackend.h"
+#include "gtk/GtkDialogs.h"
+#include "gtk/OverlayWindow.h"
+#include "gtk/PangoText.h"
+#include "gtk/PreferencesWindow.h"
+#include "gtk/TrayMenu.h"
+#include "headless/HeadlessApp.h"
+
+namespace lumerix::gtk {
+
+struct ShellOptions {
+  std::optional<std::string> subtitle;  // an existing file
+  bool demo = false;
+  std::string player;  // MPRIS name; empty: the "TargetPlayer" setting, else any player
+  BackendChoice backend;
+};
+
+// The program with its bar: the controller and everything it talks to on
+// this desktop, the timers that drive it and the signals that stop it. One
+// per process, on the main thread, inside the application's run.
+class GtkShell {
+ public:
+  GtkShell(Gtk::Application& app, ShellOptions options);
+  ~GtkShell();
+  GtkShell(const GtkShell&) = delete;
+  GtkShell& operator=(const GtkShell&) = delete;
+
+  // A second launch: the bar comes to the front, with the file it named.
+  void present();
+  void open(const std::string& path);
+
+ private:
+  void tick();  // the regular one, and an extra one when the text changes in between
+  void quitNow();
+  static gboolean onStopSignal(gpointer self);
+  void writeTrayIcon();
+
+  Gtk::Application& app;
+  SystemClock clock;
+  TextEngine text;
+  std::unique_ptr<SettingsStore> settings;
+  std::optional<DemoFolder> demoFolder;
+  platform::PlayerServices player;
+  OverlayWindow host;
+  GtkDialogs dialogs;
+  GtkAppServices services;
+  std::unique_ptr<Controller> controller;
+  std::unique_ptr<PreferencesWindow> preferences;
+  BuiltMenu contextMenu;
+  std::unique_ptr<Tray> tray;
+  std::string iconDir;
+  sigc::connection tickTimer, extraTick, debugTimer;
+  guint stopSignals[2] = {0, 0};
+  bool quitting = false;
+};
+
+}  // namespace lumerix::gtk

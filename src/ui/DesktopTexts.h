@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "ui/Texts.h"
+
+// What the program says about the desktop it runs on, where that desktop
+// differs from the one the bar was first made for.
+namespace lumerix::texts {
+
+namespace desktop {
+
+inline constexpr std::string_view noCompositor =
+    "No compositor running: the bar cannot be see-through here — press t for the black band";
+inline constexpr std::string_view gnomeWayland =
+    "GNOME on Wayland: if a full-screen player hides the bar, play windowed or log in with “GNOME on Xorg”";
+// One line on stderr, for a launch with no screen to show the bar on.
+inline constexpr std::string_view noDisplay =
+    "lumerix: no display to show the bar on; 'lumerix --headless' prints what it would show";
+
+// What the window shell found out about the desktop.
+struct Facts {
+  bool composited = true;     // translucent windows come out translucent
+  bool gnomeWayland = false;  // no way for the bar to stay above a full-screen Wayland window
+};
+
+// The notes the status line gives once at start, in order.
+inline std::vector<std::string_view> notes(const Facts& facts) {
+  std::vector<std::string_view> out;
+  if (facts.gnomeWayland) out.push_back(gnomeWayland);
+  if (!facts.composited) out.push_back(noCompositor);
+  return out;
+}
+
+}  // namespace desktop
+}  // namespace lumerix::texts
