@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "FuzzCheck.h"
 #include "sync/TVSync.h"
 
 namespace {
@@ -22,13 +23,6 @@ struct StillSystem : lumerix::System {
   bool targetRunning() override { return true; }
   std::optional<int> requestAutomationPermission() override { return 0; }
 };
-
-void check(bool ok, const char* what) {
-  if (!ok) {
-    std::fprintf(stderr, "poller invariant broken: %s\n", what);
-    std::abort();
-  }
-}
 
 }  // namespace
 

@@ -8,21 +8,11 @@
 #include <sstream>
 #include <string>
 
+#include "FuzzCheck.h"
 #include "app/CommandLine.h"
 #include "subtitles/SRTParser.h"
 #include "subtitles/TimeFormat.h"
 #include "util/Unicode.h"
-
-namespace {
-
-void check(bool ok, const char* what) {
-  if (!ok) {
-    std::fprintf(stderr, "reader invariant broken: %s\n", what);
-    std::abort();
-  }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   auto cues = lumerix::SRTParser::parseBytes(std::string(reinterpret_cast<const char*>(data), size));

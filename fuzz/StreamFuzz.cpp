@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "FuzzCheck.h"
 #include "platform/Clock.h"
 #include "sync/MediaRemoteSync.h"
 
@@ -16,13 +17,6 @@ struct StillClock : lumerix::Clock {
   double uptime() const noexcept override { return 1000; }
   double wallClock() const noexcept override { return 1.7e9; }
 };
-
-void check(bool ok, const char* what) {
-  if (!ok) {
-    std::fprintf(stderr, "stream invariant broken: %s\n", what);
-    std::abort();
-  }
-}
 
 }  // namespace
 

@@ -81,16 +81,23 @@ TEST(Subprocess, DeadlineStopsTheChildAndEverythingItStarted) {
   EXPECT_TRUE(test::processGroupGone(pid));  // reaped, and its sleep killed with it
 }
 
-TEST(Subprocess, CancellingStopsTheRunInFlightAndRefusesNewOnes) {
-  test::TempDir dir;
-  const std::string pids = dir.path("pids");
-  ProcessSlot slot;
+// Runs the helper in the slot, cancelling the slot from another thread
+// once the helper has written its pid; returns what the run returned.
+bool runCancelledOnceStarted(ProcessSlot& slot, const std::string& helper, const std::string& pids) {
   std::thread canceller([&] {
     test::waitFor([&] { return test::firstPid(pids) > 0; });
     slot.cancel();
   });
-  EXPECT_FALSE(slot.run({test::helper("record-and-hang.sh"), pids}, std::nullopt));
+  const bool ran = slot.run({test::helper(helper), pids}, std::nullopt).has_value();
   canceller.join();
+  return ran;
+}
+
+TEST(Subprocess, CancellingStopsTheRunInFlightAndRefusesNewOnes) {
+  test::TempDir dir;
+  const std::string pids = dir.path("pids");
+  ProcessSlot slot;
+  EXPECT_FALSE(runCancelledOnceStarted(slot, "record-and-hang.sh", pids));
   EXPECT_TRUE(test::processGroupGone(test::firstPid(pids)));
   slot.cancel();  // twice is harmless
   EXPECT_FALSE(slot.run({"/bin/echo", "hi"}, 1.0));
@@ -102,13 +109,8 @@ TEST(Subprocess, ChildrenThatIgnoreTheStopRequestAreKilled) {
   test::TempDir dir;
   const std::string pids = dir.path("pids");
   ProcessSlot slot;
-  std::thread canceller([&] {
-    test::waitFor([&] { return test::firstPid(pids) > 0; });
-    slot.cancel();
-  });
   const auto begin = std::chrono::steady_clock::now();
-  EXPECT_FALSE(slot.run({test::helper("ignore-term.sh"), pids}, std::nullopt));
-  canceller.join();
+  EXPECT_FALSE(runCancelledOnceStarted(slot, "ignore-term.sh", pids));
   EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
   EXPECT_TRUE(test::processGroupGone(test::firstPid(pids)));
 }
