@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <iterator>
@@ -211,77 +213,72 @@ void forEachBlock(std::string_view text, Fn&& fn) {
 // The lines after the timing line (the rest of its block): the ones that
 // are not blank, joined, trimmed, tags removed.
 std::string cueText(std::string_view rest) {
-  bool blankInside = false;
-  for (std::size_t b = 0; b <= rest.size() && !blankInside;) {
-    std::size_t e = rest.find('\n', b);
-    if (e == std::string_view::npos) e = rest.size();
-    blankInside = isBlank(rest.substr(b, e - b));
-    b = e + 1;
-  }
-  std::string text;
-  if (!blankInside) {
-    // The usual case: blank lines cut blocks, so the rest is the text as it is.
-    text = unicode::trim(rest, unicode::isWhitespaceOrLineEnd);
-  } else {
-    for (std::size_t b = 0; b <= rest.size();) {
-      std::size_t e = rest.find('\n', b);
-      if (e == std::string_view::npos) e = rest.size();
-      const std::string_view line = rest.substr(b, e - b);
-      if (!isBlank(line)) {
-        if (!text.empty()) text += '\n';
-        text.append(line);
-      }
-      b = e + 1;
-    }
-    const std::string_view trimmed = unicode::trim(text, unicode::isWhitespaceOrLineEnd);
-    const std::size_t from = static_cast<std::size_t>(trimmed.data() - text.data());
-    text.erase(from + trimmed.size()).erase(0, from);
-  }
+  // Only the last line of a block can be blank (a blank line anywhere else
+  // would have ended the block), and trimming takes it: the text is the
+  // rest as it stands.
+  std::string text(unicode::trim(rest, unicode::isWhitespaceOrLineEnd));
   if (text.find('<') != std::string::npos) removeHtmlTags(text);
   if (text.find('{') != std::string::npos) removeAssTags(text);
   return text;
 }
 
-// Ordered by start, ties in file order. Most files are in order already;
-// concatenated episodes are in order piece by piece: merging the ordered
-// runs of small keys, then moving each cue once, beats sorting whole cues.
-std::vector<Cue> sortedByStart(std::vector<Cue> cues) {
-  const auto byStart = [](const Cue& a, const Cue& b) { return a.start < b.start; };
-  if (std::is_sorted(cues.begin(), cues.end(), byStart)) return cues;
-  struct Key {
-    double start;
-    std::size_t index;
-  };
-  std::vector<Key> keys(cues.size()), buffer(cues.size());
-  std::vector<std::size_t> runs{0};  // where each ascending run begins
-  for (std::size_t i = 0; i < cues.size(); ++i) {
-    keys[i] = {cues[i].start, i};
-    if (i && cues[i].start < cues[i - 1].start) runs.push_back(i);
-  }
-  // Merge neighbouring runs until one is left; a merge takes from the
-  // earlier run on ties, which keeps file order.
-  const auto earlier = [](const Key& a, const Key& b) { return a.start < b.start; };
-  while (runs.size() > 1) {
-    std::vector<std::size_t> merged;
-    for (std::size_t r = 0; r < runs.size(); r += 2) {
-      const std::size_t from = runs[r];
-      const std::size_t mid = r + 1 < runs.size() ? runs[r + 1] : keys.size();
-      const std::size_t to = r + 2 < runs.size() ? runs[r + 2] : keys.size();
-      std::merge(keys.begin() + from, keys.begin() + mid, keys.begin() + mid, keys.begin() + to, buffer.begin() + from,
-                 earlier);
-      merged.push_back(from);
+// Ordered by start, ties in file order, from cues read in file order in
+// one or more parts. Most files are in order already. Otherwise (a season of
+// episodes in one file) the starts, which the reader makes from whole
+// milliseconds, sort as whole milliseconds: a stable radix sort of small
+// keys, then each cue moved once.
+std::vector<Cue> sortedByStart(std::vector<std::vector<Cue>> parts) {
+  std::size_t total = 0;
+  bool ordered = true;
+  const Cue* previous = nullptr;
+  for (const auto& part : parts) {
+    total += part.size();
+    for (const Cue& cue : part) {
+      ordered = ordered && (!previous || !(cue.start < previous->start));
+      previous = &cue;
     }
-    keys.swap(buffer);
-    runs.swap(merged);
+  }
+  if (ordered && parts.size() == 1) return std::move(parts.front());
+  std::vector<Cue*> cues;
+  cues.reserve(total);
+  for (auto& part : parts) {
+    for (Cue& cue : part) cues.push_back(&cue);
+  }
+  if (!ordered) {
+    // At most 99:99:99,999: 29 bits of milliseconds. Three passes of 10
+    // bits; each keeps equal keys in their order, so ties stay in file order.
+    struct Key {
+      std::uint32_t ms;
+      std::uint32_t index;
+    };
+    std::vector<Key> keys(total), buffer(total);
+    for (std::size_t i = 0; i < total; ++i) {
+      keys[i] = {static_cast<std::uint32_t>(std::llround(cues[i]->start * 1000)), static_cast<std::uint32_t>(i)};
+    }
+    for (int shift = 0; shift < 30; shift += 10) {
+      std::size_t count[1025] = {};
+      for (const Key& k : keys) ++count[((k.ms >> shift) & 1023) + 1];
+      for (std::size_t d = 1; d < 1025; ++d) count[d] += count[d - 1];
+      for (const Key& k : keys) buffer[count[(k.ms >> shift) & 1023]++] = k;
+      keys.swap(buffer);
+    }
+    std::vector<Cue*> order(total);
+    for (std::size_t i = 0; i < total; ++i) order[i] = cues[keys[i].index];
+    cues.swap(order);
   }
   std::vector<Cue> sorted;
-  sorted.reserve(cues.size());
-  for (const Key& k : keys) sorted.push_back(std::move(cues[k.index]));
+  sorted.reserve(total);
+  adviseLargePages(sorted.data(), total * sizeof(Cue));
+  for (Cue* cue : cues) sorted.push_back(std::move(*cue));
   return sorted;
 }
 
 // The cues of the blocks of text, in file order.
 void appendCues(std::string_view text, std::vector<Cue>& cues) {
+  // No cue is shorter than about 27 bytes; room for that many costs
+  // address space only, and spares the list its regrowing.
+  cues.reserve(cues.size() + text.size() / 27 + 1);
+  adviseLargePages(cues.data(), cues.capacity() * sizeof(Cue));
   forEachBlock(text, [&](std::string_view block) {
     // The first line with a timing range makes the block a cue; the lines
     // after it are its text.
@@ -326,39 +323,37 @@ std::optional<std::pair<std::size_t, std::size_t>> blockBoundaryAfter(std::strin
 }  // namespace
 
 std::vector<Cue> SRTParser::parseDecoded(std::string_view text, std::size_t splitAbove) {
-  std::vector<Cue> cues;
   // A whole season in one file: read its two halves side by side. Both end
   // at a block boundary, so the cues and their order are what one pass
   // would give.
   const auto cut = text.size() > splitAbove ? blockBoundaryAfter(text, text.size() / 2) : std::nullopt;
   if (cut) {
-    std::vector<Cue> later;
+    std::vector<std::vector<Cue>> halves(2);
     std::exception_ptr failed;  // an exception must not end the thread: it would end the process
     try {
       std::thread second([&] {
         try {
-          appendCues(text.substr(cut->second), later);
+          appendCues(text.substr(cut->second), halves[1]);
         } catch (...) {
           failed = std::current_exception();
         }
       });
       try {
-        appendCues(text.substr(0, cut->first), cues);
+        appendCues(text.substr(0, cut->first), halves[0]);
       } catch (...) {
         second.join();
         throw;
       }
       second.join();
       if (failed) std::rethrow_exception(failed);
-      cues.reserve(cues.size() + later.size());
-      std::move(later.begin(), later.end(), std::back_inserter(cues));
-      return sortedByStart(std::move(cues));
+      return sortedByStart(std::move(halves));
     } catch (const std::system_error&) {
-      cues.clear();  // no thread to be had: one pass it is
+      // no thread to be had: one pass it is
     }
   }
-  appendCues(text, cues);
-  return sortedByStart(std::move(cues));
+  std::vector<std::vector<Cue>> whole(1);
+  appendCues(text, whole[0]);
+  return sortedByStart(std::move(whole));
 }
 
 std::string_view describe(SRTParseError error) {
@@ -374,8 +369,29 @@ std::string describe(const SubtitleReadError& error) {
   return std::string(describe(std::get<SRTParseError>(error)));
 }
 
+namespace {
+
+// UTF-8 checked in two halves at once when there is a lot of it; the cut
+// falls on an ASCII byte, so no sequence spans it.
+bool isValidUtf8Quickly(std::string_view bytes) {
+  std::size_t cut = bytes.size() / 2;
+  while (cut < bytes.size() && static_cast<unsigned char>(bytes[cut]) >= 0x80) ++cut;
+  if (bytes.size() < (8 << 20) || cut == bytes.size()) return unicode::isValidUtf8(bytes);
+  bool secondValid = false;
+  try {
+    std::thread second([&] { secondValid = unicode::isValidUtf8(bytes.substr(cut)); });
+    const bool firstValid = unicode::isValidUtf8(bytes.substr(0, cut));
+    second.join();
+    return firstValid && secondValid;
+  } catch (const std::system_error&) {
+    return unicode::isValidUtf8(bytes);
+  }
+}
+
+}  // namespace
+
 std::optional<std::string> SRTParser::decode(std::string bytes) {
-  if (unicode::isValidUtf8(bytes)) {
+  if (isValidUtf8Quickly(bytes)) {
     if (bytes.starts_with("\xEF\xBB\xBF")) bytes.erase(0, 3);
     return bytes;
   }

@@ -1,12 +1,14 @@
 #include "util/Files.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -100,6 +102,8 @@ std::optional<ReadProblem> readRegularFile(const std::string& path, std::string&
   try {
     // One byte more than the size, so that the read seeing end of file
     // needs no growth; a file that grows meanwhile still stops at the cap.
+    contents.reserve(static_cast<std::size_t>(st.st_size) + 1);
+    adviseLargePages(contents.data(), contents.capacity());
     contents.resize(static_cast<std::size_t>(st.st_size) + 1);
     std::size_t used = 0;
     for (;;) {
@@ -134,6 +138,20 @@ std::optional<ReadProblem> readRegularFile(const std::string& path, std::string&
     return problem(ENOMEM);
   }
   return std::nullopt;
+}
+
+void adviseLargePages(void* memory, std::size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+  constexpr std::uintptr_t large = std::uintptr_t{2} << 20;
+  if (bytes < 2 * large) return;  // nothing a large page would cover whole
+  const auto begin = reinterpret_cast<std::uintptr_t>(memory);
+  const std::uintptr_t from = (begin + large - 1) & ~(large - 1);
+  const std::uintptr_t to = (begin + bytes) & ~(large - 1);
+  if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
+#else
+  (void)memory;
+  (void)bytes;
+#endif
 }
 
 bool readWholeFile(const std::string& path, std::string& contents) {
