@@ -57,12 +57,12 @@ PreferencesWindow::PreferencesWindow(Controller& c)
     label.get_style_context()->add_class("dim-label");  // the secondary label colour
     grid.attach(label, 2, row, 1, 1);
   };
-  for (auto [spec, s, value] :
+  for (auto [sliderRow, s, value] :
        {std::tuple{prefs::fontRow, &font, &fontValue}, std::tuple{prefs::strokeRow, &stroke, &strokeValue},
         std::tuple{prefs::alphaRow, &opacity, &alphaValue}}) {
-    title(spec.title);
-    grid.attach(slider(*s, spec.minimum, spec.maximum), 1, row, 1, 1);
-    s->set_value(spec.initial);
+    title(sliderRow.title);
+    grid.attach(slider(*s, sliderRow.minimum, sliderRow.maximum), 1, row, 1, 1);
+    s->set_value(sliderRow.initial);
     valueLabel(*value);
     ++row;
   }
