@@ -516,6 +516,7 @@ TEST(ControllerRender, CacheAndGeometry) {
     EXPECT_EQ(attributedLayers("x", true, size, 7, 0).at(0).font.size, brandSize);
   }
   EXPECT_EQ(attributedLayers("x", false, 28, 0, 0).size(), 1u);  // no stroke: fill only
+  EXPECT_EQ(attributedLayers("x", false, 1e300, 7, 0).at(0).font.size, 4096);  // what a settings file may hold
   EXPECT_EQ(attributedLayers("x", false, 28, 7, 1).size(), 1u);  // band: never an outline
 }
 

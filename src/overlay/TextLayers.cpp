@@ -1,13 +1,25 @@
 #include "overlay/TextLayers.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "util/Unicode.h"
 
 namespace lumerix {
 
+namespace {
+
+// A settings file may hold any size at all; text engines count sizes in
+// integers, so the layers never ask for more than any screen could show.
+double renderable(double size) {
+  return std::isnan(size) ? 0.0 : std::clamp(size, 0.0, 4096.0);
+}
+
+}  // namespace
+
 std::vector<TextLayer> attributedLayers(const std::string& text, bool brand, double fontSize, double strokeWidth,
                                         long long bgMode) {
+  fontSize = renderable(fontSize);
   if (brand) {
     TextLayer name;
     name.text = unicode::uppercased(text);
