@@ -39,6 +39,38 @@ TEST(LatestAnswer, AStuckQuestionNeverHoldsUpTheAsker) {
   *release = true;  // the stuck thread may finish now, with what it kept alive
 }
 
+// The tick waits briefly for a fresh answer, shares one answer among the
+// questions of one test, and waits on a frozen server only once.
+TEST(LatestAnswer, WaitsBrieflyForAFreshAnswerButNeverTwiceOnAStuckOne) {
+  auto frozen = std::make_shared<std::atomic<bool>>(false);
+  auto release = std::make_shared<std::atomic<bool>>(false);
+  auto asked = std::make_shared<std::atomic<int>>(0);
+  {
+    LatestAnswer<int> answer("test", [frozen, release, asked] {
+      const int n = ++*asked;
+      while (*frozen && !*release) std::this_thread::sleep_for(5ms);
+      return n;
+    });
+    ASSERT_TRUE(answer.waitForFresh(5s));
+    // Each call past freshness gets the answer to its own question.
+    const int first = answer.latest(5s).value();
+    EXPECT_EQ(answer.latest(5s), first + 1);
+    // Within freshness nothing new is asked.
+    const int shared = answer.latest(5s, 1h).value();
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(answer.latest(5s, 1h), shared);
+    EXPECT_EQ(*asked, shared);
+
+    *frozen = true;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(answer.latest(300ms), shared);  // waits its patience, then goes on
+    for (int i = 0; i < 50; ++i) EXPECT_EQ(answer.latest(300ms), shared);  // the stuck question is not waited on
+    // One wait of 0.3 s; fifty more would take fifteen seconds.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+    *release = true;
+    EXPECT_TRUE(test::waitFor([&] { return answer.latest() == shared + 1; }));
+  }
+}
+
 // A private session bus that we can take away and bring back.
 class PrivateBus {
  public:

@@ -185,17 +185,17 @@ LinuxSystem::LinuxSystem(std::string player)
     : view("LinuxSystem", [prober = std::make_shared<Prober>(std::move(player))] { return prober->ask(); }) {}
 
 std::vector<int> LinuxSystem::targetProcessIds() {
-  auto v = view.latest();
+  auto v = view.latest(kPatience, kFresh);
   return v ? std::move(v->pids) : std::vector<int>{};
 }
 
 std::optional<std::vector<WindowInfo>> LinuxSystem::onScreenWindows() {
-  auto v = view.latest();
+  auto v = view.latest(kPatience, kFresh);
   return v ? std::move(v->windows) : std::vector<WindowInfo>{};
 }
 
 std::vector<ScreenSize> LinuxSystem::screenSizes() {
-  auto v = view.latest();
+  auto v = view.latest(kPatience, kFresh);
   return v ? std::move(v->screens) : std::vector<ScreenSize>{};
 }
 

@@ -13,10 +13,13 @@ namespace lumerix {
 // no consent here, so permission is always granted.
 //
 // The session bus and the X server are asked on a thread of their own:
-// either may freeze or vanish, and the tick must not wait for them. The
-// answers the tick gets are as old as one round of questions (the
-// full-screen test asks twice a second and tolerates that). A bus or
-// display that goes away is connected to afresh.
+// either may freeze or vanish, and the tick must not wait long for them. A
+// round of questions takes about a millisecond, so the tick waits up to
+// kPatience for a fresh one: full screen is then seen as soon as it was
+// when asked directly. One that takes longer is not waited for again until
+// it returns; the tick goes on with the answers it has. The three questions
+// of one full-screen test share one round (kFresh). A bus or display that
+// goes away is connected to afresh.
 class LinuxSystem : public System {
  public:
   // player: the MPRIS name followed ("mpv"); empty follows any player.
@@ -52,6 +55,8 @@ class LinuxSystem : public System {
   };
 
  private:
+  static constexpr std::chrono::milliseconds kPatience{20};
+  static constexpr std::chrono::milliseconds kFresh{100};
   SystemClock clock;
   LatestAnswer<View> view;
 };

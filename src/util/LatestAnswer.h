@@ -14,10 +14,10 @@
 namespace lumerix {
 
 // Asks a question that may block (a window server that froze, a bus that
-// hangs) on a thread of its own, so that the asker never waits: latest()
-// returns the last answer at once and has the question asked again. The
-// answer is thus as old as one question's round trip, plus the time since
-// the asker last asked.
+// hangs) on a thread of its own, so that the asker waits at most a moment it
+// chooses: latest() waits that long for a fresh answer, and a question that
+// has been under way for longer (stuck) is never waited on again, so a
+// frozen server costs the asker one short wait, not one per call.
 //
 // Thread contract: latest() and the destructor from one thread (the
 // asker's); `ask` runs only on the answering thread, one call at a time, so
@@ -43,11 +43,22 @@ class LatestAnswer {
   LatestAnswer(const LatestAnswer&) = delete;
   LatestAnswer& operator=(const LatestAnswer&) = delete;
 
-  // The last answer (absent before the first), and a new question asked.
-  std::optional<Answer> latest() {
-    std::lock_guard<std::mutex> guard(shared->mutex);
-    shared->wanted = true;
-    shared->wake.notify_all();
+  // The last answer (absent before the first). An answer younger than
+  // `fresh` is returned as it is; otherwise a new question is asked (unless
+  // one is under way) and its answer waited for until `patience` after that
+  // question began. With no patience, the answer is the previous question's.
+  std::optional<Answer> latest(std::chrono::milliseconds patience = std::chrono::milliseconds(0),
+                               std::chrono::milliseconds fresh = std::chrono::milliseconds(0)) {
+    std::unique_lock<std::mutex> guard(shared->mutex);
+    const auto now = std::chrono::steady_clock::now();
+    if (shared->answer && fresh.count() > 0 && now - shared->answeredAt < fresh) return shared->answer;
+    const unsigned long needed = shared->answers + 1;
+    const auto deadline = (shared->asking ? shared->askedAt : now) + patience;
+    if (!shared->asking) {
+      shared->wanted = true;
+      shared->wake.notify_all();
+    }
+    if (patience.count() > 0) shared->wake.wait_until(guard, deadline, [&] { return shared->answers >= needed; });
     return shared->answer;
   }
 
@@ -73,6 +84,8 @@ class LatestAnswer {
     bool finished = false;
     unsigned long answers = 0;
     std::optional<Answer> answer;
+    std::chrono::steady_clock::time_point askedAt;     // when the question under way began
+    std::chrono::steady_clock::time_point answeredAt;  // when `answer` came
 
     void run(const char* name) {
       nameCurrentThread(name);
@@ -82,11 +95,13 @@ class LatestAnswer {
         if (stopping) break;
         wanted = false;
         asking = true;
+        askedAt = std::chrono::steady_clock::now();
         guard.unlock();
         Answer fresh = ask();
         guard.lock();
         asking = false;
         answer = std::move(fresh);
+        answeredAt = std::chrono::steady_clock::now();
         ++answers;
         wake.notify_all();
       }
