@@ -590,6 +590,8 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
     }
   }
   for (const std::string& w : words) {
+    // The bar's keys are plain letters; a capital would read as Shift.
+    EXPECT_EQ(w.find("T background"), std::string::npos) << w;
     for (const char* banned : {"TV", "Automation", "bundle", "macOS", "System Settings"}) {
       EXPECT_EQ(w.find(banned), std::string::npos) << banned << " in: " << w;
     }

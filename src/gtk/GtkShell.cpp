@@ -67,8 +67,10 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
   };
   contextMenu = buildMenu(controller->menu(), perform);
   host.onContextMenu([this](const GdkEvent* event) { contextMenu.menu->popup_at_pointer(event); });
-  writeTrayIcon();
-  tray = std::make_unique<Tray>(iconDir, kTrayIconName, buildMenu(controller->menu(), perform));
+  if (options.tray) {
+    writeTrayIcon();
+    tray = std::make_unique<Tray>(iconDir, kTrayIconName, buildMenu(controller->menu(), perform));
+  }
 
   tickTimer = Glib::signal_timeout().connect(
       [this] {
@@ -90,7 +92,11 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
   app.hold();  // no window of the application's kind: keep running anyway
 
   // Once the bar is up; the guide's dialog runs its own loop, the bar ticks on.
-  Glib::signal_idle().connect_once([this] { showGuideOnFirstLaunch(*controller, *settings); });
+  // The demo's settings live in memory, but whether the guide was seen is
+  // remembered for real: a second demo is not a first run.
+  if (options.demo) guideMemory = platform::makeUserSettingsStore(std::cerr);
+  Glib::signal_idle().connect_once(
+      [this] { showGuideOnFirstLaunch(*controller, guideMemory ? *guideMemory : *settings); });
 }
 
 void GtkShell::tick() {

@@ -23,6 +23,7 @@ struct ShellOptions {
   bool demo = false;
   std::string player;  // MPRIS name; empty: the "TargetPlayer" setting, else any player
   BackendChoice backend;
+  bool tray = true;  // false where no session bus could carry it
 };
 
 // The program with its bar: the controller and everything it talks to on
@@ -49,6 +50,7 @@ class GtkShell {
   SystemClock clock;
   TextEngine text;
   std::unique_ptr<SettingsStore> settings;
+  std::unique_ptr<SettingsStore> guideMemory;  // the user's own settings, for the demo's guide
   std::optional<DemoFolder> demoFolder;
   platform::PlayerServices player;
   OverlayWindow host;

@@ -7,6 +7,7 @@
 #include "app/CommandLine.h"
 #include "app/Controller.h"
 #include "gtk/GtkShell.h"
+#include "gtk/SessionBus.h"
 #include "headless/HeadlessApp.h"
 #include "ui/DesktopTexts.h"
 
@@ -24,11 +25,17 @@ int runBar(const lumerix::CommandLine& cl) {
   // The bar draws with Cairo alone: GDK need not load an OpenGL driver,
   // which costs tens of megabytes (LLVM, where Mesa renders in software).
   g_setenv("GDK_GL", "disable", FALSE);
+  const gtk::BusFacts buses = gtk::probeBuses();
+  // GTK's accessibility bridge warns on every start when it has no bus to
+  // talk to; with none, it could do nothing anyway.
+  if (!buses.accessibility) g_setenv("NO_AT_BRIDGE", "1", TRUE);
+  options.tray = buses.session;
   if (!gtk_init_check(nullptr, nullptr)) {
     std::cerr << texts::desktop::noDisplay << '\n';
     return 2;
   }
   if (auto note = missingStartupFileNote(cl.file)) std::cerr << *note << '\n';
+  if (!buses.session) std::cerr << texts::desktop::noSessionBus << '\n';
   // A reader of our output that goes away must not kill us mid-save.
   ::signal(SIGPIPE, SIG_IGN);
 

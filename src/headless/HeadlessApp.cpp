@@ -173,6 +173,7 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   const double started = clock.uptime();
   ConsoleHost host(clock, out);
   ConsoleDialogs dialogs(clock, out, quit);
+  player.conventions.texts.startHint = consoleStartHint(player.conventions.texts.startHint);
   Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle, player.conventions);
   // Only now is there a calibration to save on the way out; until here
   // (a huge file loading, say) a stop signal simply stops us.

@@ -218,16 +218,19 @@ bool Subprocess::pump(const Chunk& onStdout, const Chunk& onStderr, std::optiona
     return std::max<long long>(0, ceil<milliseconds>(t - steady_clock::now()).count());
   };
   for (;;) {
-    std::optional<TimePoint> killAt;
+    // TimePoint::max() when no stop was asked for. A plain value rather than
+    // an optional: GCC 12 cannot see that an empty optional is never read.
+    TimePoint killAt = TimePoint::max();
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      killAt = killAt_;
+      if (killAt_) killAt = *killAt_;
     }
-    if (killAt && steady_clock::now() >= *killAt) {
+    const bool stopAsked = killAt != TimePoint::max();
+    if (stopAsked && steady_clock::now() >= killAt) {
       signalGroup(SIGKILL);  // asked to stop and still there: no more asking
       std::lock_guard<std::mutex> lock(mutex_);
       killAt_.reset();
-      killAt.reset();
+      killAt = TimePoint::max();
     }
     pollfd fds[4] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}, {exitRead_, POLLIN, 0}, {wakeRead_, POLLIN, 0}};
     long long timeoutMs = -1;
@@ -235,7 +238,7 @@ bool Subprocess::pump(const Chunk& onStdout, const Chunk& onStderr, std::optiona
       timeoutMs = msUntil(*deadline);
       if (timeoutMs == 0) return false;
     }
-    if (killAt) timeoutMs = timeoutMs < 0 ? msUntil(*killAt) : std::min(timeoutMs, msUntil(*killAt));
+    if (killAt != TimePoint::max()) timeoutMs = timeoutMs < 0 ? msUntil(killAt) : std::min(timeoutMs, msUntil(killAt));
     const int n = ::poll(fds, 4, static_cast<int>(std::min<long long>(timeoutMs, 1 << 30)));
     if (n < 0 && errno == EINTR) continue;
     if (n == 0) {

@@ -19,6 +19,11 @@ inline constexpr std::string_view gnomeWayland =
 inline constexpr std::string_view noDisplay =
     "lumerix: no display to show the bar on; 'lumerix --headless' prints what it would show";
 
+// One line on stderr, for a desktop without a session bus (ssh, a container):
+// the bar works, but nothing can be followed and there is no tray.
+inline constexpr std::string_view noSessionBus =
+    "lumerix: no session bus, so no tray icon and no media player to follow; right-click the bar for its menu";
+
 // What the window shell found out about the desktop.
 struct Facts {
   bool composited = true;     // translucent windows come out translucent

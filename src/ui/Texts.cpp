@@ -16,6 +16,9 @@ constexpr GuideLayout kGuideLayout{.paragraphSpacing = 12,
 
 const std::string kTimingRow =
     " — Click the bar once, then ← → (±0.5 s) · , . (±0.1 s) · + − text size · T background.\n";
+// The Linux bar's keys are plain letters: the guide names them as typed.
+const std::string kLinuxTimingRow =
+    " — Click the bar once, then ← → (±0.5 s) · , . (±0.1 s) · + − text size · t background.\n";
 const std::string kMoveRow = " — Drag the bar anywhere; drag its edges to resize. Hover shows the outline.\n";
 
 }  // namespace
@@ -93,12 +96,17 @@ UiTexts linuxUiTexts(std::string_view player) {
            {"document-open", "Load subtitles",
             " — Drag an .srt/.vtt onto the bar, or right-click it → Open Subtitle. Next episodes load by number.\n"},
            {"view-fullscreen", "Move & resize", kMoveRow},
-           {"input-keyboard", "Fine-tune", kTimingRow},
+           {"input-keyboard", "Fine-tune", kLinuxTimingRow},
            {"media-playback-start", "Players",
             " — Any MPRIS player works; lumerix --player NAME follows one by name.\n"},
        },
        kGuideLayout},
   };
+}
+
+std::string consoleStartHint(std::string_view startHint) {
+  const size_t instructions = startHint.find(" — ");
+  return std::string(startHint.substr(0, instructions));
 }
 
 }  // namespace lumerix

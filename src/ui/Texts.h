@@ -43,4 +43,8 @@ const UiTexts& macUiTexts();
 // player: the MPRIS name followed ("mpv"); empty when any player will do.
 UiTexts linuxUiTexts(std::string_view player);
 
+// A console has no bar to click: its start hint stops before the bar's
+// instructions ("⇄ Auto-syncing with mpv").
+std::string consoleStartHint(std::string_view startHint);
+
 }  // namespace lumerix
