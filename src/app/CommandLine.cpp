@@ -107,7 +107,8 @@ std::string helpText(bool window) {
   text += window ? "  --demo             the bar against a built-in player that plays from 0 s\n"
                    "                     (\"Demo S01E01\") with a bundled sample subtitle; with\n"
                    "                     --headless, printed instead; your settings are not\n"
-                   "                     touched\n"
+                   "                     touched, but for remembering that the first-run\n"
+                   "                     guide was seen\n"
                  : "  --demo             the same, against a built-in player that plays from 0 s\n"
                    "                     (\"Demo S01E01\") with a bundled sample subtitle; your\n"
                    "                     settings are not touched\n";
