@@ -19,6 +19,7 @@
 #include "gtk/KeyMap.h"
 #include "gtk/PanelGeometry.h"
 #include "gtk/PreferencesWindow.h"
+#include "gtk/RaisePolicy.h"
 #include "gtk/TrayMenu.h"
 #include "overlay/TextLayers.h"
 #include "platform/KeyCodes.h"
@@ -124,6 +125,52 @@ TEST(GtkPanelGeometry, EdgesResizeDownToTheMinimumAndNoFurther) {
   EXPECT_EQ(resizedFrame(start, Edge::left, 700, 0, min), (Rect{580, 100, 320, 125}));
   EXPECT_EQ(resizedFrame(start, Edge::top | Edge::right, -10, 100, min), (Rect{100, 135, 790, 90}));
   EXPECT_EQ(resizedFrame(start, Edge::bottom, 0, -500, min), (Rect{100, 100, 800, 90}));
+}
+
+TEST(GtkRaisePolicy, OnlyAForeignManagedWindowOverTheBarEarnsARaise) {
+  const Rect area{100, 600, 600, 120};
+  const Rect overBar{0, 0, 1280, 720}, beside{0, 0, 90, 90}, touching{0, 500, 100, 100};
+  const StackedWindow bar{1, area, true, true, true};
+  using K = Restack::Kind;
+  struct Case {
+    const char* what;
+    std::vector<StackedWindow> stack;  // bottom to top
+    bool locked;
+    Restack expected;
+  };
+  const Case cases[] = {
+      {"nothing above", {{9, overBar}, bar}, false, {}},
+      {"a player's window over the bar", {bar, {9, overBar}}, false, {K::top}},
+      {"a window elsewhere on the screen", {bar, {9, beside}}, false, {}},
+      {"a window that only touches the bar's corner", {bar, {9, touching}}, false, {}},
+      {"another program's menu (override-redirect)", {bar, {9, overBar, true}}, false, {}},
+      {"a lock screen mapped over everything", {bar, {9, overBar, true}}, false, {}},
+      {"a managed window while the screen is locked", {bar, {9, overBar}}, true, {}},
+      {"our dialog above the bar", {bar, {5, overBar, false, true}}, false, {}},
+      {"our dialog under the bar comes over it", {{5, overBar, false, true}, bar}, false, {K::below, 5}},
+      {"a player over the bar, our dialog over both", {bar, {9, overBar}, {5, overBar, false, true}}, false,
+       {K::below, 5}},
+      {"between a player and our dialog: in place", {{9, overBar}, bar, {5, overBar, false, true}}, false, {}},
+      {"a player over our dialog and the bar", {bar, {5, overBar, false, true}, {9, overBar}}, false, {K::top}},
+      {"our dialog elsewhere on the screen", {{5, beside, false, true}, bar}, false, {}},
+  };
+  for (const Case& c : cases) {
+    RaiseMemory memory;
+    EXPECT_EQ(placeBar(c.stack, c.locked, memory), c.expected) << c.what;
+  }
+}
+
+TEST(GtkRaisePolicy, AWindowThatKeepsItselfOnTopIsNotFoughtForEver) {
+  const StackedWindow bar{1, {100, 600, 600, 120}, true, true, true};
+  const std::vector<StackedWindow> pushy{bar, {7, {0, 0, 1280, 720}}};
+  RaiseMemory memory;
+  int raises = 0;
+  for (int i = 0; i < 10; ++i) raises += placeBar(pushy, false, memory).kind == Restack::Kind::top;
+  EXPECT_EQ(raises, kMaxRaisesInARow);
+  // Another window is a new fight; the pushy one, once gone, is forgiven.
+  EXPECT_EQ(placeBar({bar, {8, {0, 0, 1280, 720}}}, false, memory).kind, Restack::Kind::top);
+  EXPECT_EQ(placeBar({bar}, false, memory).kind, Restack::Kind::stay);
+  EXPECT_EQ(placeBar(pushy, false, memory).kind, Restack::Kind::top);
 }
 
 TEST(GtkBlur, SpreadsAPointEvenlyAndKeepsItsWeight) {

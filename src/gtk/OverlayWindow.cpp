@@ -1,6 +1,7 @@
 #include "gtk/OverlayWindow.h"
 
 #include <X11/Xlib.h>
+#include <X11/extensions/scrnsaver.h>
 #include <gdk/gdkx.h>
 #include <pango/pangocairo.h>
 
@@ -11,6 +12,7 @@
 #include "gtk/DropPaths.h"
 #include "gtk/KeyMap.h"
 #include "gtk/PanelGeometry.h"
+#include "gtk/RaisePolicy.h"
 #include "overlay/Nameplate.h"
 #include "ui/Texts.h"
 
@@ -607,36 +609,76 @@ void OverlayWindow::stackingChanged() {
   raiseCheck = Glib::signal_timeout().connect(sigc::mem_fun(*this, &OverlayWindow::raiseIfCovered), wait);
 }
 
+namespace {
+
+// The child of the root that holds w: w itself, or the frame a window
+// manager put around it. 0 when the server does not know w.
+::Window topLevelOf(Display* x, ::Window w) {
+  for (int depth = 0; depth < 16; ++depth) {
+    ::Window root = 0, parent = 0, *children = nullptr;
+    unsigned count = 0;
+    if (!XQueryTree(x, w, &root, &parent, &children, &count)) return 0;
+    if (children) XFree(children);
+    if (parent == root || parent == 0) return w;
+    w = parent;
+  }
+  return 0;
+}
+
+bool screenBlanked(Display* x, ::Window root) {
+  int event = 0, error = 0;
+  if (!XScreenSaverQueryExtension(x, &event, &error)) return false;
+  XScreenSaverInfo* info = XScreenSaverAllocInfo();
+  const bool on = info && XScreenSaverQueryInfo(x, root, info) && info->state == ScreenSaverOn;
+  if (info) XFree(info);
+  return on;
+}
+
+}  // namespace
+
 bool OverlayWindow::raiseIfCovered() {
   GdkWindow* g = win ? gtk_widget_get_window(GTK_WIDGET(win->gobj())) : nullptr;
   if (!isX11(g) || !gdk_window_is_viewable(g)) return false;
   GdkDisplay* display = gdk_window_get_display(g);
   Display* x = GDK_DISPLAY_XDISPLAY(display);
   const ::Window self = GDK_WINDOW_XID(g);
+  const ::Window rootWindow = GDK_WINDOW_XID(gdk_get_default_root_window());
+  gdk_x11_display_error_trap_push(display);
+  // Our dialogs, menus and choosers, as the server stacks them: in the
+  // window manager's frames where they have one.
+  std::vector<::Window> ours;
+  GList* toplevels = gtk_window_list_toplevels();
+  for (GList* l = toplevels; l; l = l->next) {
+    GdkWindow* w = gtk_widget_get_window(GTK_WIDGET(l->data));
+    if (w && isX11(w) && gdk_window_is_visible(w) && w != g) ours.push_back(topLevelOf(x, GDK_WINDOW_XID(w)));
+  }
+  g_list_free(toplevels);
+
+  std::vector<StackedWindow> stack;
   ::Window rootReturn, parent, *children = nullptr;
   unsigned count = 0;
-  gdk_x11_display_error_trap_push(display);
-  bool covered = false;
-  if (XQueryTree(x, GDK_WINDOW_XID(gdk_get_default_root_window()), &rootReturn, &parent, &children, &count)) {
-    // Bottom to top: anything shown above us that is not ours (our own
-    // menus and dialogs may be) covers us.
-    bool above = false;
-    for (unsigned i = 0; i < count; ++i) {
-      if (children[i] == self) {
-        above = true;
-        continue;
-      }
-      if (!above || gdk_x11_window_lookup_for_display(display, children[i])) continue;
+  if (XQueryTree(x, rootWindow, &rootReturn, &parent, &children, &count)) {
+    for (unsigned i = 0; i < count; ++i) {  // bottom to top
       XWindowAttributes a;
-      if (XGetWindowAttributes(x, children[i], &a) && a.map_state == IsViewable) {
-        covered = true;
-        break;
-      }
+      if (!XGetWindowAttributes(x, children[i], &a) || a.map_state != IsViewable) continue;
+      const bool mine = std::find(ours.begin(), ours.end(), children[i]) != ours.end() ||
+                        gdk_x11_window_lookup_for_display(display, children[i]);
+      stack.push_back({children[i], {double(a.x), double(a.y), double(a.width), double(a.height)},
+                       a.override_redirect != 0, mine, children[i] == self});
     }
     if (children) XFree(children);
   }
-  if (covered) {
+  const Restack place = placeBar(stack, screenBlanked(x, rootWindow), raiseMemory);
+  if (place.kind == Restack::Kind::top) {
     XRaiseWindow(x, self);
+    lastRaise = g_get_monotonic_time();
+  } else if (place.kind == Restack::Kind::below) {
+    // Just under our dialog: it must never hide the guide's button or the
+    // chooser's file list.
+    XWindowChanges under{};
+    under.sibling = static_cast<::Window>(place.sibling);
+    under.stack_mode = Below;
+    XConfigureWindow(x, self, CWSibling | CWStackMode, &under);
     lastRaise = g_get_monotonic_time();
   }
   gdk_x11_display_error_trap_pop_ignored(display);

@@ -12,6 +12,7 @@
 #include "gtk/CairoCanvas.h"
 #include "gtk/DisplayBackend.h"
 #include "gtk/PangoText.h"
+#include "gtk/RaisePolicy.h"
 #include "platform/OverlayHost.h"
 #include "platform/SettingsStore.h"
 
@@ -142,6 +143,7 @@ class OverlayWindow : public OverlayHost {
   bool stackingWatched = false;
   sigc::connection raiseCheck;
   gint64 lastRaise = 0;
+  RaiseMemory raiseMemory;  // how often in a row the same window was fought
 };
 
 }  // namespace lumerix::gtk

@@ -6,8 +6,11 @@ takes screenshots of the root window, crops them to the bar and reads the
 text with tesseract; a bar stacked under a full-screen player reads as
 nothing, so a stacking fault fails the check. Checks, in order:
 
-1. openbox + xcompmgr, the demo: the first-run guide closes with Return;
-   the first cue reads back; a click gives the bar the keys ("t": the band,
+1. openbox + xcompmgr, stacking: with the first-run guide open, a window
+   raised over both brings the bar back on top and the guide above it; a
+   second demo shows no guide; another program's override-redirect window
+   mapped over the bar keeps the top (no fight).
+   The demo: the first cue reads back; a click gives the bar the keys ("t": the band,
    whose cue reads back too; the status line confirms each key); the window
    is override-redirect, 32 bits deep and on all desktops; it moves by its
    background and stops at 320 wide when an edge is dragged.
@@ -79,7 +82,8 @@ class Bar:
         self.wid = wait_for(self.find, 15, "the bar's window")
 
     def find(self):
-        found = Bar.windows(["--pid", str(self.proc.pid)])
+        pid = str(self.proc.pid)
+        found = [w for w in Bar.windows() if sh("xdotool", "getwindowpid", w, check=False).strip() == pid]
         return found[0] if found else None
 
     @staticmethod
@@ -164,15 +168,70 @@ def reads_cue(screen, bar, pattern, tries=6):
     return False, seen
 
 
-def demo_checks(args, screen):
-    started = time.monotonic()
-    bar = Bar(args.lumerix, ["--demo"])
-    # The demo's settings are new, so the first-run guide shows.
+def stacking():
+    """The root's children, bottom to top (xwininfo lists the top first)."""
+    listed = re.findall(r"^\s+(0x[0-9a-f]+)", sh("xwininfo", "-root", "-children"), re.M)
+    return [int(m, 16) for m in reversed(listed)]
+
+
+def top_level(wid):
+    """The child of the root that holds wid: itself, or its window manager's frame."""
+    w = int(wid)
+    while True:
+        tree = sh("xwininfo", "-tree", "-id", str(w))
+        root = int(re.search(r"Root window id: (0x[0-9a-f]+)", tree).group(1), 16)
+        parent = int(re.search(r"Parent window id: (0x[0-9a-f]+)", tree).group(1), 16)
+        if parent == root:
+            return w
+        w = parent
+
+
+def above(upper, lower):
+    order = stacking()
+    return order.index(top_level(upper)) > order.index(top_level(lower))
+
+
+def stacking_checks(args):
+    # The first-run guide is a dialog of ours: the bar never covers it, not
+    # even when another window comes up and the bar raises itself over that.
+    fresh = dict(os.environ, XDG_CONFIG_HOME=os.path.join(args.work, "guide-config"))
+    mpv, mpv_wid = start_mpv(args, fullscreen=False, geometry="1200x680+0+0")  # over the bar
+    bar = Bar(args.lumerix, ["--demo"], fresh)
     pid = str(bar.proc.pid)
     guide = wait_for(lambda: (w := sh("xdotool", "getactivewindow", check=False).strip()) and w != bar.wid
                      and sh("xdotool", "getwindowpid", w, check=False).strip() == pid and w, 10, "the first-run guide")
-    sh("xdotool", "key", "Return")
-    wait_for(lambda: "IsViewable" not in sh("xwininfo", "-id", guide, check=False), 5, "the guide to close")
+    sh("xdotool", "windowactivate", mpv_wid)
+    time.sleep(1)
+    check(above(bar.wid, mpv_wid) and above(guide, bar.wid),
+          "a window raised over the bar and the guide: the bar comes back on top, the guide above it",
+          f"stacking {stacking()}")
+    sh("xdotool", "windowactivate", guide)
+    sh("xdotool", "key", "--window", guide, "Return")
+    bar.stop()
+    again = Bar(args.lumerix, ["--demo"], fresh)
+    time.sleep(2)
+    shown = sh("xdotool", "search", "--onlyvisible", "--pid", str(again.proc.pid), check=False).split()
+    check(shown == [again.wid], "a second demo does not show the guide again", f"windows {shown}")
+
+    # Another program's override-redirect window over the bar (a menu, a lock
+    # screen, another bar) is left on top: no fight for the top.
+    other = Bar(args.lumerix, ["--demo"], fresh)  # its guide was seen too: only its bar maps
+    flips = 0
+    for _ in range(10):
+        flips += not above(other.wid, again.wid)
+        time.sleep(0.1)
+    check(flips == 0, "an override-redirect window mapped over the bar stays on top for a second",
+          f"{flips} of 10: {other.wid} vs {again.wid} in {stacking()}")
+    other.stop()
+    again.stop()
+    mpv.terminate()
+    mpv.wait(10)
+
+
+def demo_checks(args, screen):
+    started = time.monotonic()
+    # The guide was seen (stacking_checks): the demo starts straight away.
+    bar = Bar(args.lumerix, ["--demo"], dict(os.environ, XDG_CONFIG_HOME=os.path.join(args.work, "guide-config")))
     # Screenshots first, reading after: reading takes seconds the cues do not last.
     # "Lumerix is listening." shows from 1.0 s to 3.5 s after start.
     first = []
@@ -214,11 +273,11 @@ def demo_checks(args, screen):
     check(bar.stop() == 0, "the demo quits cleanly on SIGTERM")
 
 
-def start_mpv(args, fullscreen=True):
+def start_mpv(args, fullscreen=True, geometry="640x360+100+100"):
     sock = os.path.join(args.work, "mpv.sock")
     mpv = subprocess.Popen(["mpv", "--no-config", "--script=/usr/lib/mpv-mpris/mpris.so", "--ao=null", "--vo=x11",
                             "--no-terminal", f"--input-ipc-server={sock}", "--keep-open=yes", "--loop-file=inf",
-                            "--fs" if fullscreen else "--geometry=640x360+100+100", os.path.join(args.work, "clip.mp4")])
+                            "--fs" if fullscreen else f"--geometry={geometry}", os.path.join(args.work, "clip.mp4")])
     sh("gdbus", "wait", "--session", "--timeout", "15", "org.mpris.MediaPlayer2.mpv")
     wid = wait_for(lambda: sh("xdotool", "search", "--onlyvisible", "--class", "mpv", check=False).split(), 10,
                    "mpv's window")[0]
@@ -325,6 +384,7 @@ def main():
     compositor = subprocess.Popen(["xcompmgr"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     time.sleep(1)
     try:
+        stacking_checks(args)
         demo_checks(args, screen)
         openbox_checks(args, screen, env, settings)
         no_compositor_checks(args, screen, env, compositor)
