@@ -6,11 +6,13 @@
 
 #include "ControllerFakes.h"
 #include "FakeSystem.h"
+#include "CommaLocale.h"
 #include "SyncTestSupport.h"
 #include "app/Controller.h"
 #include "overlay/TextLayers.h"
 #include "sync/SourceTexts.h"
 #include "util/Files.h"
+#include "util/Numbers.h"
 
 namespace lumerix {
 namespace {
@@ -567,6 +569,22 @@ TEST(ControllerPreferences, ControlsWriteAtOnceAndTheWindowShowsTheLiveValues) {
   EXPECT_EQ(prefs::strokeValueLabel(7), "7.0");
   EXPECT_EQ(prefs::alphaValueLabel(0.92), "92%");
   EXPECT_EQ(prefs::alphaValueLabel(0.29), "28%");  // 28.999...: one less, as intended
+}
+
+TEST(ControllerKeys, NumbersKeepTheirPointInACommaLocale) {
+  test::CommaLocale comma;
+  if (!comma.ok) GTEST_SKIP() << "no locale with a decimal comma is installed";
+  Rig r;
+  r.start(r.file("k.srt", kThreeCues));
+  r.c->handleKey(0, false, ".");
+  EXPECT_EQ(r.host.status, "Timing offset +0.1s");
+  r.c->handleKey(126, false, "");
+  EXPECT_EQ(r.host.status, "Rate 1.0005");
+  r.expireHint();  // the status line shows the corrections
+  r.tickAt(5);
+  EXPECT_THAT(r.host.status, testing::EndsWith("offset +0.1s  rate 1.0005"));
+  EXPECT_EQ(prefs::strokeValueLabel(7), "7.0");
+  EXPECT_EQ(cFormat("%.10g", 192.5), "192.5");
 }
 
 // The Linux build names the player it follows and never speaks of the TV

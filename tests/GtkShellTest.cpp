@@ -11,6 +11,7 @@
 
 #include "ControllerFakes.h"
 #include "FakeSystem.h"
+#include "CommaLocale.h"
 #include "app/Controller.h"
 #include "gtk/Blur.h"
 #include "gtk/CairoCanvas.h"
@@ -88,6 +89,13 @@ TEST(GtkPanelGeometry, CoordinatesAndTheSavedFrame) {
 
   EXPECT_EQ(parseFrameString(frameString({552, 108.5, 816, 125})), (Rect{552, 108.5, 816, 125}));
   EXPECT_EQ(parseFrameString("-40 7 320 90"), (Rect{-40, 7, 320, 90}));
+  // Frames written where the locale's decimal mark is a comma read back.
+  EXPECT_EQ(parseFrameString("192,5 226,8 581 125"), (Rect{192.5, 226.8, 581, 125}));
+  {
+    test::CommaLocale comma;  // GTK sets the user's locale: the frame must not follow it
+    EXPECT_EQ(frameString({192.5, 226.8, 581, 125}), "192.5 226.8 581 125");
+    EXPECT_EQ(parseFrameString(frameString({192.5, 226.8, 581, 125})), (Rect{192.5, 226.8, 581, 125}));
+  }
   for (const char* bad : {"", "1 2 3", "1 2 3 4 5", "1 2 0 4", "1 2 3 -4", "a b c d", "1 2 3 4x", "nan 2 3 4"}) {
     EXPECT_EQ(parseFrameString(bad), std::nullopt) << bad;
   }

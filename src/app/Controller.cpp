@@ -25,13 +25,6 @@ namespace {
 const std::string kBrand{texts::brandName};
 const std::string kEmpty;
 
-template <class... Args>
-std::string format(const char* fmt, Args... args) {
-  char buf[256];
-  std::snprintf(buf, sizeof buf, fmt, args...);
-  return buf;
-}
-
 double clamp(double v, double lo, double hi) {
   return std::min(std::max(v, lo), hi);
 }
@@ -117,11 +110,11 @@ void Controller::tick() noexcept {
   statusLine.append(" · ").append(s.subPath ? std::string_view(s.subName) : texts::noSubtitle);
   char extra[64];
   if (s.offset != 0) {
-    std::snprintf(extra, sizeof extra, "  offset %+.1fs", s.offset);
+    cFormatInto(extra, sizeof extra, "  offset %+.1fs", s.offset);
     statusLine.append(extra);
   }
   if (std::fabs(s.scale - 1) > 1e-6) {
-    std::snprintf(extra, sizeof extra, "  rate %.4f", s.scale);
+    cFormatInto(extra, sizeof extra, "  rate %.4f", s.scale);
     statusLine.append(extra);
   }
   setStatus(statusLine);
@@ -222,13 +215,13 @@ bool Controller::handleKey(int keyCode, bool shift, std::string_view characters)
 void Controller::bumpOffset(double delta) noexcept {
   s.offset += delta;
   saveCalibration();
-  showHint(format("Timing offset %+.1fs", s.offset));
+  showHint(cFormat("Timing offset %+.1fs", s.offset));
 }
 
 void Controller::bumpScale(double delta) noexcept {
   s.scale = clamp(s.scale + delta, 0.9, 1.1);
   saveCalibration();
-  showHint(format("Rate %.4f", s.scale));
+  showHint(cFormat("Rate %.4f", s.scale));
 }
 
 void Controller::cycleFPS() noexcept {
@@ -309,14 +302,14 @@ void Controller::markPoint(int n) noexcept {
   }
   const double rate = (t - p1.t) / (v - p1.v);
   if (rate < 0.85 || rate > 1.15 || std::isnan(rate)) {
-    showHint(format("Computed rate %.4f looks wrong — realign both points", rate));
+    showHint(cFormat("Computed rate %.4f looks wrong — realign both points", rate));
     return;
   }
   s.scale = rate;
   s.offset = p1.t - p1.v * rate;
   s.calPoints.clear();
   saveCalibration();
-  showHint(format("✓ Calibrated! rate %.5f, offset %+.2fs — saved", rate, s.offset));
+  showHint(cFormat("✓ Calibrated! rate %.5f, offset %+.2fs — saved", rate, s.offset));
 }
 
 // ---- the panel ------------------------------------------------------------------
@@ -533,7 +526,7 @@ void Controller::showOnboarding() noexcept {
 
 std::string Controller::debugLine(const PanelDiagnostics& p) {
   char buf[256];
-  std::snprintf(
+  cFormatInto(
       buf, sizeof buf, "PXDBG onActiveSpace=%d visible=%d occlusion=%lu key=%d level=%ld frame={{%g, %g}, {%g, %g}}",
       p.onActiveSpace, p.visible, p.occlusion, p.key, p.level, p.frame.x, p.frame.y, p.frame.width, p.frame.height);
   return buf;

@@ -11,6 +11,7 @@
 #include "subtitles/SRTParser.h"
 #include "ui/Texts.h"
 #include "util/Files.h"
+#include "util/Numbers.h"
 #include "util/JsonText.h"
 #include "util/Path.h"
 #include "util/Unicode.h"
@@ -66,7 +67,7 @@ void Controller::loadSubtitle(const std::string& path) noexcept {
   if (auto timing = readTiming(path + ".sync.json")) std::tie(s.offset, s.scale) = *timing;
   char suffix[96] = "";
   if (s.offset != 0 || s.scale != 1.0) {
-    std::snprintf(suffix, sizeof suffix, " (restored offset %+.2fs, rate %.4f)", s.offset, s.scale);
+    cFormatInto(suffix, sizeof suffix, " (restored offset %+.2fs, rate %.4f)", s.offset, s.scale);
   }
   showHint("Loaded " + s.subName + " · " + std::to_string(s.cues.size()) + " cues" + suffix);
 }

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "util/Numbers.h"
+
 namespace lumerix::gtk {
 
 namespace {
@@ -41,9 +43,9 @@ Gtk::Widget* GtkDialogs::buildGuide(const Alert& alert) {
     std::string body = r.body;
     if (!body.empty() && body.back() == '\n') body.pop_back();  // rows are paragraphs already
     auto* label = Gtk::make_managed<Gtk::Label>();
-    char size[32];
-    std::snprintf(size, sizeof size, "%gpx", g.fontSize);
-    label->set_markup("<span font=\"" + std::string(size) + "\"><b>" + markupEscaped(r.heading) +
+    // Pango reads the size the C way, whatever the locale.
+    const std::string size = cFormat("%gpx", g.fontSize);
+    label->set_markup("<span font=\"" + size + "\"><b>" + markupEscaped(r.heading) +
                       "</b><span alpha=\"60%\">" + markupEscaped(body) + "</span></span>");
     label->set_line_wrap(true);
     label->set_line_wrap_mode(Pango::WRAP_WORD_CHAR);

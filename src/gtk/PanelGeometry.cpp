@@ -18,9 +18,7 @@ Rect fromDesktop(const Rect& d, const Rect& main) {
 }
 
 std::string frameString(const Rect& f) {
-  char buf[128];
-  std::snprintf(buf, sizeof buf, "%.10g %.10g %.10g %.10g", f.x, f.y, f.width, f.height);
-  return buf;
+  return cFormat("%.10g %.10g %.10g %.10g", f.x, f.y, f.width, f.height);
 }
 
 std::optional<Rect> parseFrameString(std::string_view text) {
@@ -30,7 +28,11 @@ std::optional<Rect> parseFrameString(std::string_view text) {
     while (at < text.size() && text[at] == ' ') ++at;
     std::size_t end = text.find(' ', at);
     if (end == std::string_view::npos) end = text.size();
-    const auto number = parseDecimal(text.substr(at, end - at));
+    // Builds that followed the locale wrote "192,5" in some languages: read
+    // those frames back too, so nobody's saved place is lost.
+    std::string token(text.substr(at, end - at));
+    std::replace(token.begin(), token.end(), ',', '.');
+    const auto number = parseDecimal(token);
     if (!number || !std::isfinite(*number)) return std::nullopt;
     value = *number;
     at = end;

@@ -11,9 +11,7 @@ std::string fontValueLabel(double value) {
 }
 
 std::string strokeValueLabel(double value) {
-  char buf[48];
-  std::snprintf(buf, sizeof buf, "%.1f", value);
-  return buf;
+  return cFormat("%.1f", value);
 }
 
 std::string alphaValueLabel(double value) {

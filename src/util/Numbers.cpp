@@ -1,6 +1,8 @@
 #include "util/Numbers.h"
 
 #include <locale.h>
+#include <stdarg.h>
+#include <stdio.h>
 #include <stdlib.h>
 
 #include <cmath>
@@ -13,6 +15,11 @@
 namespace lumerix {
 
 namespace {
+
+locale_t cLocale() {
+  static const locale_t c = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+  return c;
+}
 
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
@@ -47,11 +54,11 @@ std::optional<double> parseDecimal(std::string_view text) {
   // The grammar is checked here so that both C libraries see only text they
   // agree on; strtod_l then does the correctly rounded conversion.
   if (!isCDecimal(text)) return std::nullopt;
-  static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
-  if (!cLocale) return std::nullopt;
+  const locale_t c = cLocale();
+  if (!c) return std::nullopt;
   const std::string copy(text);  // strtod wants a terminated string
   char* end = nullptr;
-  const double value = strtod_l(copy.c_str(), &end, cLocale);
+  const double value = strtod_l(copy.c_str(), &end, c);
   if (end != copy.c_str() + copy.size() || !std::isfinite(value)) return std::nullopt;
   return value;
 }
@@ -69,6 +76,36 @@ int saturatedInt(double value) {
   if (value >= static_cast<double>(std::numeric_limits<int>::max())) return std::numeric_limits<int>::max();
   if (value <= static_cast<double>(std::numeric_limits<int>::min())) return std::numeric_limits<int>::min();
   return static_cast<int>(std::lround(value));
+}
+
+namespace {
+
+int cFormatList(char* buf, std::size_t size, const char* format, va_list args) {
+  // uselocale is per thread: no other thread's formatting changes meanwhile.
+  const locale_t c = cLocale();
+  const locale_t previous = c ? uselocale(c) : static_cast<locale_t>(0);
+  const int n = vsnprintf(buf, size, format, args);
+  if (previous) uselocale(previous);
+  return n;
+}
+
+}  // namespace
+
+int cFormatInto(char* buf, std::size_t size, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int n = cFormatList(buf, size, format, args);
+  va_end(args);
+  return n;
+}
+
+std::string cFormat(const char* format, ...) {
+  char buf[256];
+  va_list args;
+  va_start(args, format);
+  const int n = cFormatList(buf, sizeof buf, format, args);
+  va_end(args);
+  return n < 0 ? std::string() : std::string(buf);
 }
 
 }  // namespace lumerix

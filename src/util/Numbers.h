@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,5 +23,14 @@ std::string truncatedInteger(double value);
 // at its ends and NaN as 0: for handing sizes from settings to interfaces
 // that count in ints, where an out-of-range conversion is undefined.
 int saturatedInt(double value);
+
+// printf formatting in the C locale, whatever locale the process runs in: the
+// numbers we store and show in our own words always have a decimal point
+// (GTK sets the user's locale at start, where "%.1f" would write "7,0").
+// Longer results are cut at 255 bytes.
+std::string cFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// The same into a caller's buffer, for paths that must not allocate; returns
+// what vsnprintf returns.
+int cFormatInto(char* buf, std::size_t size, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 }  // namespace lumerix
