@@ -624,7 +624,7 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
   r.dir.write("Show.S01E01.srt", kThreeCues);
   r.c = std::make_unique<Controller>(ControllerServices{r.clock, r.settings, r.host, r.dialogs, r.dialogs},
                                      std::move(r.owned), std::nullopt,
-                                     Conventions{linuxUiTexts("mpv"), EpisodeRule::seasonEpisodeTag});
+                                     Conventions{linuxUiTexts("mpv"), EpisodeRule::seasonEpisodeTag, MenuStyle::barKeys});
   EXPECT_TRUE(r.host.status.starts_with("⇄ Auto-syncing with mpv — click me once")) << r.host.status;
   r.settings.set("SubtitleFolder", test::TempDir::parentOf(r.dir.path("x")));
   r.tickAt(1, "Show.S01E02.mkv");
@@ -634,7 +634,11 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
   r.tickAt(2, "Show.S01E02.mkv");
   EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "alert:Lumerix can't follow mpv"));
   EXPECT_EQ(r.host.status, "Nothing to grant: players share their position over MPRIS");
-  EXPECT_EQ(r.c->menu().at(10).title, "Player Permission…");
+  // The menu names the bar's keys and offers no update command there.
+  EXPECT_EQ(r.c->menu().at(9).title, "Player Permission…");
+  EXPECT_EQ(r.c->menu().at(0).keyEquivalent, "o");
+  EXPECT_TRUE(r.c->menu().at(0).plainKey);
+  for (const MenuItem& item : r.c->menu()) EXPECT_NE(item.action, MenuAction::checkUpdates) << item.title;
 
   Rig mac;  // the same name on macOS: the first number, episode 1
   mac.dir.write("Show.S01E02.srt", kThreeCues);
@@ -644,6 +648,8 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
   mac.tickAt(1, "Show.S01E02.mkv");
   EXPECT_EQ(mac.s().subName, "Show.S01E01.srt");
   EXPECT_EQ(mac.c->menu().at(10).title, "Grant TV Permission…");
+  EXPECT_EQ(mac.c->menu().at(9).action, MenuAction::checkUpdates);
+  EXPECT_FALSE(mac.c->menu().at(0).plainKey);
 }
 
 TEST(ControllerPanel, HoverAndKeyHints) {

@@ -38,6 +38,7 @@ TEST(GtkKeyMap, CodesShiftAndCharactersAsTheControllerReadsThem) {
     int code;
     bool shift;
     std::string characters;
+    unsigned latin = 0;  // what the same key types on the user's Latin layout
   };
   const Row rows[] = {
       {GDK_KEY_Escape, GDK_CONTROL_MASK, keycode::escape, false, ""},  // Escape quits whatever is held
@@ -47,7 +48,10 @@ TEST(GtkKeyMap, CodesShiftAndCharactersAsTheControllerReadsThem) {
       {GDK_KEY_Down, GDK_SHIFT_MASK, keycode::down, true, ""},
       {GDK_KEY_KP_Up, 0, keycode::up, false, ""},
       {GDK_KEY_q, 0, keycode::none, false, "q"},
-      {GDK_KEY_q, GDK_CONTROL_MASK, keycode::none, false, "q"},  // modifiers other than Shift do not change it
+      {GDK_KEY_q, GDK_CONTROL_MASK, keycode::none, false, ""},  // held with Control: none of the bar's keys
+      {GDK_KEY_comma, GDK_CONTROL_MASK, keycode::none, false, ""},
+      {GDK_KEY_Left, GDK_MOD1_MASK, keycode::none, false, ""},
+      {GDK_KEY_t, GDK_SUPER_MASK, keycode::none, false, ""},
       {GDK_KEY_Q, GDK_SHIFT_MASK, keycode::none, true, "Q"},     // not a shortcut: the controller says so
       {GDK_KEY_comma, 0, keycode::none, false, ","},
       {GDK_KEY_plus, GDK_SHIFT_MASK, keycode::none, true, "+"},
@@ -55,12 +59,16 @@ TEST(GtkKeyMap, CodesShiftAndCharactersAsTheControllerReadsThem) {
       {GDK_KEY_KP_Subtract, 0, keycode::none, false, "-"},
       {GDK_KEY_KP_0, 0, keycode::none, false, "0"},
       {GDK_KEY_Cyrillic_o, 0, keycode::none, false, "о"},
+      {GDK_KEY_Cyrillic_shcha, 0, keycode::none, false, "o", GDK_KEY_o},  // a Russian layout: the o key
+      {GDK_KEY_Greek_tau, 0, keycode::none, false, "t", GDK_KEY_t},
+      {GDK_KEY_Cyrillic_IE, GDK_SHIFT_MASK, keycode::none, true, "T", GDK_KEY_T},
+      {GDK_KEY_t, 0, keycode::none, false, "t", GDK_KEY_e},  // a Latin key stays itself
       {GDK_KEY_F5, 0, keycode::none, false, ""},
       {GDK_KEY_Return, 0, keycode::none, false, ""},
       {GDK_KEY_Shift_L, GDK_SHIFT_MASK, keycode::none, true, ""},
   };
   for (const Row& r : rows) {
-    const KeyStroke k = keyPressFromGdk(r.keyval, r.state);
+    const KeyStroke k = keyPressFromGdk(r.keyval, r.state, r.latin);
     EXPECT_EQ(k.code, r.code) << gdk_keyval_name(r.keyval);
     EXPECT_EQ(k.shift, r.shift) << gdk_keyval_name(r.keyval);
     EXPECT_EQ(k.characters, r.characters) << gdk_keyval_name(r.keyval);
@@ -245,15 +253,17 @@ std::vector<std::string> describe(Gtk::Menu& menu) {
   return out;
 }
 
-TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithControlShortcuts) {
+TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
   std::vector<MenuAction> performed;
-  BuiltMenu built = buildMenu(statusMenu(linuxUiTexts("mpv")), [&](MenuAction a) { performed.push_back(a); });
+  BuiltMenu built = buildMenu(statusMenu(linuxUiTexts("mpv"), MenuStyle::barKeys), [&](MenuAction a) { performed.push_back(a); });
+  BuiltMenu mac = buildMenu(statusMenu(macUiTexts()), [](MenuAction) {});
+  EXPECT_THAT(describe(*mac.menu).at(0), "Open Subtitle… [Ctrl+O]");
+  // The Linux menu names the bar's own keys, and has no update command.
   EXPECT_THAT(describe(*built.menu),
-              ElementsAre("Open Subtitle… [Ctrl+O]", "Re-enable Episode Auto-pick [Ctrl+A]", "---",
-                          "Subtitle Timing {−0.5 s} {−0.1 s} {+0.1 s} {+0.5 s}", "Bigger Text [Ctrl++]",
-                          "Smaller Text [Ctrl+-]", "Toggle Background Style [Ctrl+T]", "---", "Preferences… [Ctrl+,]",
-                          "Check for Updates…", "Player Permission…", "How to Use…", "About Lumerix", "---",
-                          "Quit Lumerix [Ctrl+Q]"));
+              ElementsAre("Open Subtitle… [O]", "Re-enable Episode Auto-pick [A]", "---",
+                          "Subtitle Timing {−0.5 s [Left]} {−0.1 s [,]} {+0.1 s [.]} {+0.5 s [Right]}",
+                          "Bigger Text [+]", "Smaller Text [-]", "Toggle Background Style [T]", "---", "Preferences…",
+                          "Player Permission…", "How to Use…", "About Lumerix", "---", "Quit Lumerix [Q]"));
   // Items act through the core's actions, the submenu's too.
   auto children = built.menu->get_children();
   dynamic_cast<Gtk::MenuItem*>(children.at(5))->activate();

@@ -113,7 +113,7 @@ class Controller {
   const State& state() const { return s; }
   const Conventions& platformConventions() const { return conventions; }
   // The menu-bar item's menu, in this platform's words.
-  std::vector<MenuItem> menu() const { return statusMenu(conventions.texts); }
+  std::vector<MenuItem> menu() const { return statusMenu(conventions.texts, conventions.menu); }
   SyncSource& source() { return *sync; }
 
   void tick() noexcept;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ui/Menu.h"
 #include "ui/Texts.h"
 
 namespace lumerix {
@@ -13,6 +14,7 @@ enum class EpisodeRule { firstNumber, seasonEpisodeTag };
 struct Conventions {
   UiTexts texts = macUiTexts();
   EpisodeRule episodes = EpisodeRule::firstNumber;
+  MenuStyle menu = MenuStyle::commandShortcuts;
 };
 
 }  // namespace lumerix

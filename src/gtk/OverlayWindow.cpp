@@ -198,7 +198,9 @@ void OverlayWindow::buildWindow() {
   w.signal_key_press_event().connect(
       [this](GdkEventKey* e) {
         if (!controller) return false;
-        const KeyStroke k = keyPressFromGdk(e->keyval, e->state);
+        const bool nonLatin = gdk_keyval_to_unicode(e->keyval) > 0x7F;
+        const KeyStroke k = keyPressFromGdk(
+            e->keyval, e->state, nonLatin ? latinKeyvalOf(e->hardware_keycode, e->state & GDK_SHIFT_MASK) : 0);
         return controller->handleKey(k.code, k.shift, k.characters);
       },
       false);

@@ -8,6 +8,9 @@ namespace lumerix::gtk {
 
 unsigned keyvalForEquivalent(const std::string& equivalent) {
   if (equivalent.empty()) return 0;
+  // The bar's arrow keys, not the arrow characters' own key values.
+  if (equivalent == "←") return GDK_KEY_Left;
+  if (equivalent == "→") return GDK_KEY_Right;
   const gunichar c = g_utf8_get_char_validated(equivalent.c_str(), static_cast<gssize>(equivalent.size()));
   if (c == static_cast<gunichar>(-1) || c == static_cast<gunichar>(-2)) return 0;
   return gdk_unicode_to_keyval(c);
@@ -33,7 +36,8 @@ void fill(Gtk::Menu& menu, const std::vector<MenuItem>& items, const std::functi
       entry->signal_activate().connect([perform, action] { perform(action); });
     }
     if (const unsigned key = keyvalForEquivalent(item.keyEquivalent)) {
-      entry->add_accelerator("activate", accelerators, key, Gdk::CONTROL_MASK, Gtk::ACCEL_VISIBLE);
+      entry->add_accelerator("activate", accelerators, key, item.plainKey ? Gdk::ModifierType(0) : Gdk::CONTROL_MASK,
+                             Gtk::ACCEL_VISIBLE);
     }
     menu.append(*entry);
   }

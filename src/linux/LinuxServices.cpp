@@ -31,7 +31,7 @@ PlayerServices makePlayerServices(SettingsStore& settings, const std::string& pl
   p.fused = fused.get();
   p.source = std::move(fused);
   // Players here report file names: "Show.S01E02.mkv" is episode 2.
-  p.conventions = {linuxUiTexts(name), EpisodeRule::seasonEpisodeTag};
+  p.conventions = {linuxUiTexts(name), EpisodeRule::seasonEpisodeTag, MenuStyle::barKeys};
   return p;
 }
 

@@ -4,10 +4,10 @@
 
 namespace lumerix {
 
-std::vector<MenuItem> statusMenu(const UiTexts& texts) {
+std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style) {
   using A = MenuAction;
   const MenuItem separator{};
-  return {
+  std::vector<MenuItem> menu{
       {"Open Subtitle…", "o", A::open, {}},
       {"Re-enable Episode Auto-pick", "a", A::autoPick, {}},
       separator,
@@ -32,6 +32,36 @@ std::vector<MenuItem> statusMenu(const UiTexts& texts) {
       separator,
       {"Quit Lumerix", "q", A::quit, {}},
   };
+  if (style == MenuStyle::commandShortcuts) return menu;
+
+  // The bar's keys: what a click on the bar and then this key does too.
+  auto barKey = [](MenuAction action) -> const char* {
+    switch (action) {
+      case A::open: return "o";
+      case A::autoPick: return "a";
+      case A::offsetM5: return "←";
+      case A::offsetM1: return ",";
+      case A::offsetP1: return ".";
+      case A::offsetP5: return "→";
+      case A::fontUp: return "+";
+      case A::fontDown: return "-";
+      case A::toggleBG: return "t";
+      case A::quit: return "q";
+      default: return "";
+    }
+  };
+  auto useBarKey = [&](MenuItem& item) {
+    item.keyEquivalent = barKey(item.action);
+    item.plainKey = true;
+  };
+  std::vector<MenuItem> out;
+  for (MenuItem& item : menu) {
+    if (item.action == A::checkUpdates) continue;
+    useBarKey(item);
+    for (MenuItem& sub : item.submenu) useBarKey(sub);
+    out.push_back(std::move(item));
+  }
+  return out;
 }
 
 }  // namespace lumerix
