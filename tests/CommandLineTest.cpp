@@ -101,6 +101,11 @@ TEST(CommandLineProgram, HelpVersionAndUsageErrors) {
   EXPECT_EQ(help.status, 0);
   EXPECT_TRUE(help.out.starts_with("Usage: lumerix")) << help.out;
   EXPECT_NE(help.out.find("--dump-cues FILE"), std::string::npos);
+  // macOS follows the TV app alone: nothing to name, no settings file.
+  const std::string mac = helpText(false, false);
+  EXPECT_EQ(mac.find("--player"), std::string::npos) << mac;
+  EXPECT_EQ(mac.find("XDG"), std::string::npos) << mac;
+  EXPECT_NE(helpText(true, true).find("--player NAME"), std::string::npos);
 
   auto version = lumerix("--version");
   EXPECT_EQ(version.status, 0);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -100,8 +101,11 @@ class RecordingDialogs : public Dialogs, public AppServices {
   std::optional<std::string> chosenFolder;
 
   void activate() override { calls.push_back("activate"); }
+  std::function<void()> whileAlertIsOpen;  // the modal loop's own ticks, say
+
   int runAlert(const Alert& alert) override {
     calls.push_back("alert:" + alert.message);
+    if (whileAlertIsOpen) whileAlertIsOpen();
     if (answers.empty()) return -1;
     const int a = answers.front();
     answers.pop_front();

@@ -223,6 +223,21 @@ TEST(ControllerTick, PermissionAlertOncePerOnset) {
               ElementsAre("activate", "alert:Lumerix can't follow the TV app",
                           "open:x-apple.systempreferences:com.apple.preference.security?Privacy_Automation", "activate",
                           "alert:Lumerix can't follow the TV app"));
+
+  // The tick runs on while the alert is open (the modal loop's timer): the
+  // permission coming and going meanwhile stacks no second alert on it.
+  r.dialogs.calls.clear();
+  r.source->permission = false;
+  r.tickAt(std::nullopt);
+  r.dialogs.whileAlertIsOpen = [&] {
+    r.source->permission = false;
+    r.tickAt(std::nullopt);
+    r.source->permission = true;
+    r.tickAt(std::nullopt);
+  };
+  r.source->permission = true;
+  r.tickAt(std::nullopt);
+  EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "alert:Lumerix can't follow the TV app"));
 }
 
 // ---- keys and adjustments ----------------------------------------------------------
@@ -569,6 +584,15 @@ TEST(ControllerPreferences, ControlsWriteAtOnceAndTheWindowShowsTheLiveValues) {
   EXPECT_EQ(prefs::strokeValueLabel(7), "7.0");
   EXPECT_EQ(prefs::alphaValueLabel(0.92), "92%");
   EXPECT_EQ(prefs::alphaValueLabel(0.29), "28%");  // 28.999...: one less, as intended
+}
+
+TEST(ControllerPreferences, AHandWrittenBackgroundModeShowsAsOneOfTheTwoChoices) {
+  for (long long written : {7LL, -1LL, 2LL}) {
+    Rig r;
+    r.settings.set("BGMode", written);
+    r.start();
+    EXPECT_EQ(r.c->preferenceValues().bgMode, 0) << written;
+  }
 }
 
 TEST(ControllerKeys, NumbersKeepTheirPointInACommaLocale) {

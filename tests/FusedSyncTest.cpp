@@ -2,6 +2,7 @@
 
 #include "ControllerFakes.h"
 #include "FakeSystem.h"
+#include "mac/ScreenSizes.h"
 #include "sync/FusedSync.h"
 
 namespace lumerix {
@@ -97,6 +98,13 @@ TEST(FusedSyncFullscreen, WindowSizesAgainstScreensWithinTwoPoints) {
   for (const Row& r : rows) EXPECT_EQ(isFullscreen({7, 11}, r.windows, screens), r.full);
   EXPECT_FALSE(isFullscreen({}, std::vector<WindowInfo>{{7, 1440, 900}}, screens));
   EXPECT_FALSE(isFullscreen({7}, std::nullopt, screens));  // no window list: not full screen
+
+  // A notched 14-inch MacBook Pro: a full-screen app gets the screen less the
+  // camera housing's band (32 points), and that still counts.
+  const auto notched = mac::fullScreenSizes({{1512, 982, 32}, {1920, 1080, 0}});
+  EXPECT_TRUE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1512, 950}}, notched));
+  EXPECT_TRUE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1512, 982}}, notched));
+  EXPECT_FALSE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1920, 1048}}, notched));  // no notch there
 }
 
 TEST(FusedSyncFullscreen, TestedAtMostTwiceASecondAndSourcesFollowTheFusion) {

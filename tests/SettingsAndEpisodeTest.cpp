@@ -7,6 +7,7 @@
 #include "SyncTestSupport.h"
 #include "app/EpisodeMatch.h"
 #include "linux/FileSettingsStore.h"
+#include "mac/DefaultsValues.h"
 #include "util/Files.h"
 
 namespace lumerix {
@@ -29,6 +30,37 @@ TEST(Settings, TypedReadsWithDefaultsAndZeroValues) {
   EXPECT_EQ(s.doubleFor("Missing"), 0.0);
   s.set("Huge", 1e300);
   EXPECT_EQ(s.integerFor("Huge"), 0);
+}
+
+// What `defaults write` leaves in the user defaults, read as the app reads it.
+TEST(Settings, HandWrittenUserDefaultsMeanWhatTheirWriterMeant) {
+  using nlohmann::json;
+  struct Row {
+    json stored;
+    double asDouble;
+    long long asInteger;
+    bool asBool;
+  };
+  const Row rows[] = {
+      {json(true), 1, 1, true},            // -bool YES
+      {json(1LL), 1, 1, true},             // DebugLog -int 1
+      {json(0LL), 0, 0, false},            //
+      {json(28.9), 28.9, 28, true},        // -float
+      {json("30"), 30, 30, true},          // FontSize 30, no type flag: a text
+      {json(" 0.5 "), 0.5, 0, false},      // boolValue: "0" and zeros skipped, then "."
+      {json("YES"), 0, 0, true},           //
+      {json("true"), 0, 0, true},          //
+      {json("no"), 0, 0, false},           //
+      {json("-007"), -7, -7, true},        //
+      {json("30px"), 0, 0, true},          // not a number in full; boolValue reads the 3
+      {json(""), 0, 0, false},             //
+      {json(nullptr), 0, 0, false},        // missing, or a kind no setting has
+  };
+  for (const Row& r : rows) {
+    EXPECT_DOUBLE_EQ(mac::defaultsDouble(r.stored), r.asDouble) << r.stored;
+    EXPECT_EQ(mac::defaultsInteger(r.stored), r.asInteger) << r.stored;
+    EXPECT_EQ(mac::defaultsBool(r.stored), r.asBool) << r.stored;
+  }
 }
 
 TEST(Settings, FileIsRewrittenAtomicallyAndKeepsOtherWritersKeys) {

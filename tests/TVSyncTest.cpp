@@ -245,17 +245,22 @@ TEST(TVSyncThread, AHelperPastItsDeadlineIsKilledAndCountsAsFailure) {
 }
 
 TEST(SyncCommandLines, EachPlatformRunsItsOwnHelpers) {
-  const SyncCommands mac = macSyncCommands("/App/Contents/Resources", "/App/Contents/PrivateFrameworks");
+  const SyncCommands mac = macSyncCommands("/App/Contents");
   EXPECT_EQ(mac.poll, (std::vector<std::string>{"/usr/bin/osascript", "-e", std::string(TVSync::pollScript)}));
   EXPECT_EQ(mac.consent.at(2), TVSync::consentScript);
   EXPECT_EQ(mac.streamTarget, "com.apple.TV");
   EXPECT_EQ(mac.stream(), std::nullopt);  // no adapter in that bundle
   test::TempDir bundle;
+  // An app bundle's private frameworks are in Contents/Frameworks: a
+  // framework anywhere else is not found (nor signed by codesign --deep).
   bundle.write("Resources/mediaremote-adapter.pl", "");
   bundle.write("PrivateFrameworks/MediaRemoteAdapter.framework/x", "");
-  EXPECT_EQ(macSyncCommands(bundle.path("Resources"), bundle.path("PrivateFrameworks")).stream(),
+  const std::string contents = test::TempDir::parentOf(bundle.path("Resources"));
+  EXPECT_EQ(macSyncCommands(contents).stream(), std::nullopt);
+  bundle.write("Frameworks/MediaRemoteAdapter.framework/x", "");
+  EXPECT_EQ(macSyncCommands(contents).stream(),
             (std::vector<std::string>{"/usr/bin/perl", bundle.path("Resources/mediaremote-adapter.pl"),
-                                      bundle.path("PrivateFrameworks/MediaRemoteAdapter.framework"), "stream"}));
+                                      bundle.path("Frameworks/MediaRemoteAdapter.framework"), "stream"}));
 
   const SyncCommands lin = linuxSyncCommands("/bin/true", "mpv");
   EXPECT_EQ(lin.poll, (std::vector<std::string>{"/bin/true", "poll", "--player", "mpv"}));

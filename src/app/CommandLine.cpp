@@ -77,10 +77,10 @@ std::optional<std::string> missingStartupFileNote(const std::string& file) {
   return "lumerix: " + file + ": " + std::strerror(errno) + " (starting without a subtitle)";
 }
 
-std::string helpText(bool window) {
-  std::string text =
-      "Usage: lumerix [--player NAME] [FILE]\n"
-      "       lumerix --headless [--player NAME] [FILE]\n"
+std::string helpText(bool window, bool linux) {
+  const char* player = linux ? " [--player NAME]" : "";
+  std::string text = std::string("Usage: lumerix") + player + " [FILE]\n" + "       lumerix --headless" + player +
+                     " [FILE]\n" +
       "       lumerix --demo [--headless]\n"
       "       lumerix --dump-cues FILE\n"
       "       lumerix --help | --version\n"
@@ -99,11 +99,14 @@ std::string helpText(bool window) {
       "                     state ({\"t\", \"fullscreen\"}: the now-playing stream\n"
       "                     leads then); t is seconds since start. FILE is\n"
       "                     the subtitle to load. Stops on Ctrl-C, saving the timing\n"
-      "                     next to FILE as FILE.sync.json.\n"
-      "  --player NAME      follow the MPRIS player org.mpris.MediaPlayer2.NAME\n"
-      "                     (and its NAME.* instances), e.g. mpv or vlc. Without\n"
-      "                     it: the \"TargetPlayer\" setting, else whichever\n"
-      "                     player is playing\n";
+      "                     next to FILE as FILE.sync.json.\n";
+  if (linux) {
+    text +=
+        "  --player NAME      follow the MPRIS player org.mpris.MediaPlayer2.NAME\n"
+        "                     (and its NAME.* instances), e.g. mpv or vlc. Without\n"
+        "                     it: the \"TargetPlayer\" setting, else whichever\n"
+        "                     player is playing\n";
+  }
   text += window ? "  --demo             the bar against a built-in player that plays from 0 s\n"
                    "                     (\"Demo S01E01\") with a bundled sample subtitle; with\n"
                    "                     --headless, printed instead; your settings are not\n"
@@ -120,9 +123,10 @@ std::string helpText(bool window) {
       "                     be read.\n"
       "  -h, --help         show this help and exit\n"
       "  --version          print the version and exit\n"
-      "\n"
-      "Settings live in $XDG_CONFIG_HOME/lumerix/settings.json (~/.config/...).\n"
-      "Exit status 2 for a command line that cannot be understood.\n";
+      "\n";
+  text += linux ? "Settings live in $XDG_CONFIG_HOME/lumerix/settings.json (~/.config/...).\n"
+                : "Settings are the app's user defaults (defaults read app.lumerix.Lumerix).\n";
+  text += "Exit status 2 for a command line that cannot be understood.\n";
   return text;
 }
 

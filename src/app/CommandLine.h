@@ -27,8 +27,11 @@ CommandLine parseCommandLine(const std::vector<std::string>& args);
 // not exist: the program starts without one, as it would with no name.
 std::optional<std::string> missingStartupFileNote(const std::string& file);
 
-// window: whether this build shows the bar (else it runs headless).
-std::string helpText(bool window);
+// window: whether this build shows the bar (else it runs headless);
+// linux: whether it follows MPRIS players, which --player names, and keeps
+// its settings in a file (macOS follows the TV app alone, and keeps them in
+// the user defaults).
+std::string helpText(bool window, bool linux = true);
 std::string versionText();
 
 // The cues as one JSON array of {"start", "end", "text"} objects, in list

@@ -55,9 +55,11 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
 void Controller::tick() noexcept {
   sync->snapshotInto(snap);
   const bool issue = sync->permissionIssue();
-  if (issue && !s.lastPermissionIssue) {
+  if (issue && !s.lastPermissionIssue && !s.permissionAlertOpen) {
     s.lastPermissionIssue = true;
+    s.permissionAlertOpen = true;
     presentPermissionAlert();
+    s.permissionAlertOpen = false;
   } else {
     s.lastPermissionIssue = issue;
   }
@@ -406,7 +408,9 @@ void Controller::render(const std::string& text, bool brand) noexcept {
 // ---- preferences --------------------------------------------------------------------
 
 prefs::Values Controller::preferenceValues() const noexcept {
-  return {s.fontSize, s.strokeWidth, s.alpha, s.bgMode,
+  // A value written by hand (defaults write) may be anything: the window
+  // offers two choices, and anything but the band draws as the outline.
+  return {s.fontSize, s.strokeWidth, s.alpha, s.bgMode == 1 ? 1 : 0,
           prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder))};
 }
 

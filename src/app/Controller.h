@@ -88,6 +88,7 @@ class Controller {
     bool hovering = false;
     double winW = 800.0, winH = 190.0;
     bool lastPermissionIssue = false;
+    bool permissionAlertOpen = false;  // the alert's modal loop runs ticks too
     bool debugLog = false;
   };
 

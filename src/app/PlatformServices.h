@@ -30,4 +30,9 @@ struct PlayerServices {
 // TV app on macOS; on Linux the "TargetPlayer" setting, else any player).
 PlayerServices makePlayerServices(SettingsStore& settings, const std::string& player);
 
+// Whether this platform follows players the user can name (MPRIS on Linux),
+// and keeps its settings in a file of its own; macOS follows the TV app and
+// keeps them in the user defaults. What --help offers follows it.
+bool linuxPlayers();
+
 }  // namespace lumerix::platform

@@ -223,7 +223,7 @@ int runProgram(int argc, char** argv, const std::function<int(const CommandLine&
   const CommandLine cl = parseCommandLine({argv + 1, argv + argc});
   switch (cl.mode) {
     case CommandLine::Mode::help:
-      std::cout << helpText(static_cast<bool>(showBar));
+      std::cout << helpText(static_cast<bool>(showBar), platform::linuxPlayers());
       return 0;
     case CommandLine::Mode::version:
       std::cout << versionText();

@@ -16,6 +16,10 @@ std::unique_ptr<SettingsStore> makeUserSettingsStore(std::ostream& warnings) {
   return std::make_unique<MemorySettingsStore>();
 }
 
+bool linuxPlayers() {
+  return true;
+}
+
 PlayerServices makePlayerServices(SettingsStore& settings, const std::string& player) {
   const std::string name = player.empty() ? settings.stringFor(keys::targetPlayer).value_or("") : player;
   PlayerServices p;

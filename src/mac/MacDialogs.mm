@@ -61,7 +61,10 @@ NSTextView* guideView(const std::vector<GuideRow>& rows, const GuideLayout& layo
     [text appendAttributedString:[[NSAttributedString alloc] initWithString:nsString(row.body) attributes:body]];
   }
 
-  NSTextView* view = [[NSTextView alloc] initWithFrame:NSMakeRect(0, 0, layout.width, 10)];
+  // TextKit 1: the height below is measured with its layout manager, which
+  // a TextKit 2 view (the default from macOS 13) does not have.
+  NSTextView* view = [[NSTextView alloc] initUsingTextLayoutManager:NO];
+  [view setFrameSize:NSMakeSize(layout.width, 10)];
   view.editable = NO;
   view.selectable = NO;
   view.drawsBackground = NO;
@@ -141,15 +144,14 @@ std::optional<std::string> MacDialogs::chooseFolder() {
 }
 
 void MacDialogs::activate() {
+  // Ignoring other apps: the permission alert comes from the tick while the
+  // TV app is frontmost, where the newer activate is a request the system
+  // may refuse, leaving the alert behind the player.
   NSApplication* app = NSApp;
-  if (@available(macOS 14.0, *)) {
-    [app activate];
-  } else {
 #pragma clang diagnostic push
-#pragma clang diagnostic ignored "-Wdeprecated-declarations"  // newer SDKs deprecate the only way before 14
-    [app activateIgnoringOtherApps:YES];
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"  // deprecated in later SDKs, still the one that insists
+  [app activateIgnoringOtherApps:YES];
 #pragma clang diagnostic pop
-  }
 }
 
 void MacDialogs::openURL(const std::string& url) {

@@ -26,6 +26,10 @@ std::unique_ptr<SettingsStore> makeUserSettingsStore(std::ostream&) {
 
 // macOS follows the TV app only: the poll script and the stream's filter
 // both name it, so a player named on the command line changes nothing.
+bool linuxPlayers() {
+  return false;
+}
+
 PlayerServices makePlayerServices(SettingsStore&, const std::string&) {
   PlayerServices p;
   p.system = std::make_unique<MacSystem>();
@@ -34,7 +38,9 @@ PlayerServices makePlayerServices(SettingsStore&, const std::string&) {
     // The adapter travels inside the application bundle; outside one (the
     // command-line program) it is missing, and the poller works alone.
     NSBundle* bundle = NSBundle.mainBundle;
-    commands = macSyncCommands(path(bundle.resourcePath), path(bundle.privateFrameworksPath));
+    auto contents = path(bundle.bundlePath);
+    if (contents) *contents += "/Contents";
+    commands = macSyncCommands(contents);
   }
   auto fused = std::make_unique<FusedSync>(
       *p.system, std::make_unique<TVSync>(*p.system, TVSync::Options{commands.poll, commands.consent}),

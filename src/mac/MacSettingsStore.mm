@@ -5,6 +5,7 @@
 #include <type_traits>
 
 #include "app/MemorySettingsStore.h"
+#include "mac/DefaultsValues.h"
 #import "mac/Conversions.h"
 
 namespace lumerix {
@@ -48,18 +49,15 @@ void MacSettingsStore::registerDefaults(const std::map<std::string, SettingValue
 }
 
 double MacSettingsStore::doubleFor(const std::string& key) const noexcept {
-  const nlohmann::json v = valueFor(key);
-  return MemorySettingsStore::asDouble(&v);
+  return mac::defaultsDouble(valueFor(key));
 }
 
 long long MacSettingsStore::integerFor(const std::string& key) const noexcept {
-  const nlohmann::json v = valueFor(key);
-  return MemorySettingsStore::asInteger(&v);
+  return mac::defaultsInteger(valueFor(key));
 }
 
 bool MacSettingsStore::boolFor(const std::string& key) const noexcept {
-  const nlohmann::json v = valueFor(key);
-  return MemorySettingsStore::asBool(&v);
+  return mac::defaultsBool(valueFor(key));
 }
 
 std::optional<std::string> MacSettingsStore::stringFor(const std::string& key) const noexcept {

@@ -15,15 +15,15 @@ bool exists(const std::string& path) {
 
 }  // namespace
 
-SyncCommands macSyncCommands(std::optional<std::string> resourceDir, std::optional<std::string> privateFrameworksDir) {
+SyncCommands macSyncCommands(std::optional<std::string> contents) {
   SyncCommands c;
   c.poll = {"/usr/bin/osascript", "-e", std::string(TVSync::pollScript)};
   c.consent = {"/usr/bin/osascript", "-e", std::string(TVSync::consentScript)};
   c.streamTarget = tvAppBundleID;
-  c.stream = [resourceDir, privateFrameworksDir]() -> std::optional<std::vector<std::string>> {
-    if (!resourceDir || !privateFrameworksDir) return std::nullopt;
-    const std::string script = *resourceDir + "/mediaremote-adapter.pl";
-    const std::string framework = *privateFrameworksDir + "/MediaRemoteAdapter.framework";
+  c.stream = [contents]() -> std::optional<std::vector<std::string>> {
+    if (!contents) return std::nullopt;
+    const std::string script = *contents + "/" + adapterScriptInBundle;
+    const std::string framework = *contents + "/" + adapterFrameworkInBundle;
     if (!exists(script) || !exists(framework)) return std::nullopt;
     return std::vector<std::string>{"/usr/bin/perl", script, framework, "stream"};
   };

@@ -1,4 +1,5 @@
 #include "mac/MacSystem.h"
+#include "mac/ScreenSizes.h"
 
 #import <AppKit/AppKit.h>
 #import <CoreServices/CoreServices.h>
@@ -47,11 +48,13 @@ std::optional<std::vector<WindowInfo>> MacSystem::onScreenWindows() {
 }
 
 std::vector<ScreenSize> MacSystem::screenSizes() {
-  std::vector<ScreenSize> sizes;
+  std::vector<mac::ScreenShape> screens;
   @autoreleasepool {
-    for (NSScreen* screen in NSScreen.screens) sizes.push_back({screen.frame.size.width, screen.frame.size.height});
+    for (NSScreen* screen in NSScreen.screens) {
+      screens.push_back({screen.frame.size.width, screen.frame.size.height, screen.safeAreaInsets.top});
+    }
   }
-  return sizes;
+  return mac::fullScreenSizes(screens);
 }
 
 bool MacSystem::targetRunning() {

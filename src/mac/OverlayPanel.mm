@@ -80,7 +80,8 @@ using lumerix::mac::ControllerLookup;
 // The dragged file the controller would load; nil refuses the drag.
 - (nullable NSString*)subtitlePathFrom:(id<NSDraggingInfo>)info {
   std::vector<std::string> paths;
-  for (NSURL* url in [info.draggingPasteboard readObjectsForClasses:@[ NSURL.class ] options:nil]) {
+  NSDictionary<NSPasteboardReadingOptionKey, id>* filesOnly = @{NSPasteboardURLReadingFileURLsOnlyKey : @YES};
+  for (NSURL* url in [info.draggingPasteboard readObjectsForClasses:@[ NSURL.class ] options:filesOnly]) {
     paths.push_back(lumerix::mac::stdString(url.path));
   }
   const auto path = Controller::subtitlePathFrom(paths);
@@ -106,6 +107,26 @@ using lumerix::mac::ControllerLookup;
   return YES;
 }
 
+@end
+
+// The band and the status line only show: the mouse and the dragged files go
+// through them to the backdrop, the bar's drop target and drag handle.
+@interface PassThroughView : NSView
+@end
+
+@implementation PassThroughView
+- (nullable NSView*)hitTest:(NSPoint)point {
+  return nil;
+}
+@end
+
+@interface PassThroughLabel : NSTextField
+@end
+
+@implementation PassThroughLabel
+- (nullable NSView*)hitTest:(NSPoint)point {
+  return nil;
+}
 @end
 
 // The subtitle text: the controller's layers painted over each other, or
@@ -134,6 +155,11 @@ using lumerix::mac::ControllerLookup;
 - (void)setBrandPhase:(double)phase {
   _brandPhase = phase;
   if (_brandMode) self.needsDisplay = YES;  // the sheen moves
+}
+
+// A drop on the nameplate or on a cue lands on the backdrop beneath.
+- (nullable NSView*)hitTest:(NSPoint)point {
+  return nil;
 }
 
 - (BOOL)mouseDownCanMoveWindow {
@@ -238,7 +264,7 @@ void MacOverlayHost::createPanel(const PanelConfig& config) {
   };
   [content addSubview:backdrop];
 
-  NSView* band = [[NSView alloc] initWithFrame:nsRect(config.bandFrame)];
+  NSView* band = [[PassThroughView alloc] initWithFrame:nsRect(config.bandFrame)];
   views->band = band;
   band.wantsLayer = YES;
   band.layer.backgroundColor = nsColor(config.bandFill).CGColor;
@@ -249,7 +275,7 @@ void MacOverlayHost::createPanel(const PanelConfig& config) {
   views->text = [[SubtitleTextView alloc] initWithFrame:NSZeroRect];
   [content addSubview:views->text];
 
-  NSTextField* status = [NSTextField labelWithString:@""];
+  NSTextField* status = [PassThroughLabel labelWithString:@""];
   views->status = status;
   status.alignment = NSTextAlignmentCenter;
   status.font = [NSFont systemFontOfSize:config.statusFontSize];
