@@ -120,7 +120,7 @@ TEST(CommandLineProgram, HelpVersionAndUsageErrors) {
   if (::access(helper.c_str(), X_OK) != 0) return;  // Linux builds only
   auto helperHelp = lumerix("--help", helper);
   EXPECT_EQ(helperHelp.status, 0);
-  EXPECT_TRUE(helperHelp.out.starts_with("usage: lumerix-mpris poll|stream")) << helperHelp.out;
+  EXPECT_TRUE(helperHelp.out.starts_with("usage: lumerix-mpris poll|serve|stream")) << helperHelp.out;
   EXPECT_EQ(lumerix("frobnicate", helper).status, 2);
 }
 

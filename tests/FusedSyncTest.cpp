@@ -25,9 +25,10 @@ struct Fusion {
   ScriptedSource* mr;
   FusedSync fused;
 
-  Fusion() : Fusion(new ScriptedSource, new ScriptedSource) {}
-  Fusion(ScriptedSource* t, ScriptedSource* m)
-      : tv(t), mr(m), fused(system, std::unique_ptr<SyncSource>(t), std::unique_ptr<SyncSource>(m)) {}
+  explicit Fusion(bool pollerLeadsInFullscreen = false)
+      : Fusion(new ScriptedSource, new ScriptedSource, pollerLeadsInFullscreen) {}
+  Fusion(ScriptedSource* t, ScriptedSource* m, bool pollerLeads = false)
+      : tv(t), mr(m), fused(system, std::unique_ptr<SyncSource>(t), std::unique_ptr<SyncSource>(m), pollerLeads) {}
   void setFullscreen(bool on) {
     system.windows = std::vector<WindowInfo>{{4242, on ? 1920.0 : 800.0, on ? 1080.0 : 450.0}};
     system.advance(0.5);
@@ -123,6 +124,17 @@ TEST(FusedSyncFullscreen, TestedAtMostTwiceASecondAndSourcesFollowTheFusion) {
   f.system.advance(0.125);  // 0.5 s since the last test
   EXPECT_EQ(f.fused.snapshot().position, 10);
   EXPECT_EQ(f.system.windowQueries, 2);
+
+  // Where the player answers polls in full screen too (MPRIS), the poller
+  // keeps the lead there; the stream fills in only while it has nothing.
+  Fusion linux(true);
+  linux.tv->next = at(10);
+  linux.mr->next = at(20);
+  linux.setFullscreen(true);
+  EXPECT_EQ(linux.fused.snapshot().position, 10);
+  EXPECT_TRUE(linux.fused.fullscreen());
+  linux.tv->next = without("Cannot read mpv");
+  EXPECT_EQ(linux.fused.snapshot().position, 20);
 
   f.fused.start();
   f.fused.cancel();

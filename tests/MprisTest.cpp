@@ -29,6 +29,24 @@ TEST(MprisHelper, PlayerChoice) {
   const std::vector<Player> idle{player("a", "Stopped"), player("b", "Paused")};
   EXPECT_EQ(mpris::choose(idle, "", "org.mpris.MediaPlayer2.a"), "org.mpris.MediaPlayer2.a");
   EXPECT_EQ(mpris::choose(idle, "", "org.mpris.MediaPlayer2.gone"), "org.mpris.MediaPlayer2.b");
+  // A name that no bus name starts with is looked for among their parts.
+  const std::vector<Player> desktop{player("io.github.celluloid_player.Celluloid.instance-1", "Playing"),
+                                    player("chromium.instance4021", "Paused"), player("firefox.instance_1_84", "Paused")};
+  EXPECT_EQ(mpris::choose(desktop, "celluloid", std::nullopt),
+            "org.mpris.MediaPlayer2.io.github.celluloid_player.Celluloid.instance-1");
+  EXPECT_EQ(mpris::choose(desktop, "Firefox", std::nullopt), "org.mpris.MediaPlayer2.firefox.instance_1_84");
+  EXPECT_EQ(mpris::choose(desktop, "github", std::nullopt),
+            "org.mpris.MediaPlayer2.io.github.celluloid_player.Celluloid.instance-1");
+  EXPECT_EQ(mpris::choose(desktop, "cellu", std::nullopt), std::nullopt);  // whole parts only
+  EXPECT_EQ(mpris::choose(desktop, "vlc", std::nullopt), std::nullopt);
+
+  // Players that play files without a title tag give their address.
+  EXPECT_EQ(mpris::titleFromUrl("file:///home/me/TV/Show.S01E02.mkv"), "Show.S01E02");
+  EXPECT_EQ(mpris::titleFromUrl("file:///home/me/My%20Show%20-%2003.mp4"), "My Show - 03");
+  EXPECT_EQ(mpris::titleFromUrl("file:///v/%E5%89%A7%E9%9B%86%2007.webm"), "剧集 07");
+  EXPECT_EQ(mpris::titleFromUrl("https://example.org/watch/Episode.4?t=10#x"), "Episode");
+  EXPECT_EQ(mpris::titleFromUrl("file:///v/.hidden"), ".hidden");
+  EXPECT_EQ(mpris::titleFromUrl("file:///v/bad%zz%4"), "bad%zz%4");
 
   // The stream's memory of who played last is what the one-shot poll reads.
   test::TempDir dir;
@@ -46,15 +64,19 @@ TEST(MprisHelper, PlayerChoice) {
 
 // The answers must read the way the poller and the stream expect them.
 TEST(MprisHelper, AnswersReadBackThroughTheSources) {
-  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Playing", 12.5, "Show | Part 1")), "true|12.5|Show | Part 1");
-  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Paused", 0.04, "Two\nlines")), "false|0.04|Two lines");
-  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Stopped", 3.0)), "false|missing value|Ep");
-  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Playing", std::nullopt)), "true|missing value|Ep");
+  Player fast = player("mpv", "Playing", 12.5, "Show | Part 1");
+  fast.rate = 1.5;
+  EXPECT_EQ(mpris::pollAnswer(fast), "true|12.5|1.5|Show | Part 1");
+  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Paused", 0.04, "Two\nlines")), "false|0.04|1|Two lines");
+  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Stopped", 3.0)), "false|missing value|1|Ep");
+  EXPECT_EQ(mpris::pollAnswer(player("mpv", "Playing", std::nullopt)), "true|missing value|1|Ep");
   EXPECT_EQ(mpris::pollAnswer(std::nullopt), "off");
   EXPECT_EQ(mpris::pollError(2), "err|2");
 
   test::FakeSystem system;
-  TVSync tv(system, {});
+  TVSync::Options linux;
+  linux.answerCarriesRate = true;
+  TVSync tv(system, linux);
   tv.applyPoll(mpris::pollAnswer(player("mpv", "Playing", 1234.56789, "Show | Part 1")), "", system.now, system.now);
   EXPECT_DOUBLE_EQ(*tv.snapshot().position, 1234.56789);
   EXPECT_EQ(tv.snapshot().track, "Show | Part 1");

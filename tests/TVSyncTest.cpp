@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <fstream>
 
 #include "FakeSystem.h"
 #include "SyncTestSupport.h"
@@ -17,8 +19,9 @@ using test::FakeSystem;
 // Feeds answers straight into the clock at exact times: each poll ran from
 // `now` for 0.1 s, then the clock moves on by `gap`.
 struct Poller {
+  explicit Poller(TVSync::Options options = {}) : tv(system, std::move(options)) {}
   FakeSystem system;
-  TVSync tv{system, TVSync::Options{}};
+  TVSync tv;
 
   void poll(std::string_view out, std::string_view err = "", double gap = 0.35) {
     const double t0 = system.now;
@@ -85,6 +88,55 @@ TEST(TVSyncAnswers, SmallDifferencesAreSmoothedAndJumpsTakenAsTheyAre) {
   EXPECT_NEAR(p.position(), 90 + 0.05 + 0.35, 1e-9);
   p.poll("false|91|x");  // a pause: taken as is even though it is close
   EXPECT_DOUBLE_EQ(p.position(), 91);
+}
+
+// Where answers carry the player's rate (Linux), the clock runs at it.
+TEST(TVSyncAnswers, TheClockRunsAtThePlayersRateAndNeverBackwards) {
+  TVSync::Options withRate;
+  withRate.answerCarriesRate = true;
+  struct RatePoller : Poller {
+    explicit RatePoller(TVSync::Options o) : Poller(std::move(o)) {}
+  };
+  for (double rate : {0.5, 1.5}) {
+    RatePoller p(withRate);
+    // The player's real clock, polled every 0.45 s with a few ms of jitter
+    // in what it reports; the clock sampled as the ticks would.
+    const double start = p.system.now;
+    double shown = -1, worst = 0;
+    for (int i = 0; i < 60; ++i) {
+      const double truth = 100 + (p.system.now + 0.05 - start) * rate;
+      const double jitter = (i % 3 - 1) * 0.004;
+      p.poll("true|" + std::to_string(truth + jitter) + "|" + std::to_string(rate) + "|x", "", 0.0);
+      for (int k = 0; k < 35; ++k) {
+        const double now = p.position();
+        EXPECT_GE(now, shown - 0.002) << "went back at rate " << rate << ", poll " << i;
+        shown = now;
+        if (i > 2) worst = std::max(worst, std::fabs(now - (100 + (p.system.now - start) * rate)));
+        p.system.advance(0.01);
+      }
+    }
+    EXPECT_LT(worst, 0.02) << "rate " << rate;
+  }
+
+  RatePoller p(withRate);
+  p.poll("true|10|1|x");
+  p.poll("true|10.45|0|x");  // playing at rate 0: stalled or seeking, no extrapolation
+  p.system.advance(2);
+  EXPECT_DOUBLE_EQ(p.position(), 10.45);
+  p.poll("true|10.45|2|x");  // a new speed is taken at once
+  EXPECT_NEAR(p.position(), 10.45 + 2 * (0.05 + 0.35), 1e-9);
+  p.poll("true|1|-3|x");  // nonsense rates are no answer
+  p.poll("true|1|nan|x");
+  p.poll("true|1|1e9|x");
+  EXPECT_EQ(p.tv.snapshot().status, "Cannot read the TV app (check Automation permission)");
+
+  // Playing without a position (a stream loading) is not idle: the stream
+  // may know better. Paused without one is.
+  RatePoller q(withRate);
+  for (int i = 0; i < 3; ++i) q.poll("true|missing value|1|x");
+  EXPECT_FALSE(q.tv.snapshot().idle);
+  for (int i = 0; i < 3; ++i) q.poll("false|missing value|1|x");
+  EXPECT_TRUE(q.tv.snapshot().idle);
 }
 
 TEST(TVSyncAnswers, AFrozenPositionWhilePlayingHoldsTheClock) {
@@ -244,6 +296,46 @@ TEST(TVSyncThread, AHelperPastItsDeadlineIsKilledAndCountsAsFailure) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
 }
 
+// The Linux poll: one helper for the whole session, asked a line at a time,
+// and replaced when it dies or stops answering.
+TEST(TVSyncThread, AResidentHelperAnswersEveryPollAndIsReplacedWhenItFails) {
+  test::TempDir dir;
+  dir.write("answer", "true|12.5|1|Show S01E01\n");
+  FakeSystem system;
+  system.realTime = true;
+  TVSync::Options options{{test::helper("resident-answers.sh"), dir.path("answer"), dir.path("pids")}, {}, 0.01, 0.3};
+  options.resident = true;
+  options.answerCarriesRate = true;
+  auto pids = [&] {
+    std::vector<pid_t> all;
+    std::ifstream in(dir.path("pids"));
+    for (pid_t pid; in >> pid;) all.push_back(pid);
+    return all;
+  };
+  auto distinct = [&] {
+    auto all = pids();
+    std::sort(all.begin(), all.end());
+    return std::unique(all.begin(), all.end()) - all.begin();
+  };
+  TVSync tv(system, options);
+  tv.start();
+  ASSERT_TRUE(test::waitFor([&] { return pids().size() >= 8; }));
+  EXPECT_EQ(distinct(), 1) << "one process answers every poll";
+  EXPECT_EQ(tv.snapshot().track, "Show S01E01");
+
+  dir.write("answer", "exit");  // dies halfway through an answer
+  ASSERT_TRUE(test::waitFor([&] { return distinct() >= 2; }));
+  dir.write("answer", "true|20|1|Show S01E02\n");
+  ASSERT_TRUE(test::waitFor([&] { return tv.snapshot().track == "Show S01E02"; }));
+
+  dir.write("answer", "hang");  // stops answering: a failed poll each time, and a new helper
+  ASSERT_TRUE(test::waitFor([&] { return !tv.snapshot().position.has_value(); }));
+  const auto hung = pids();
+  for (std::size_t i = 0; i + 1 < hung.size(); ++i) EXPECT_TRUE(test::processGroupGone(hung[i])) << hung[i];
+  tv.cancel();
+  for (pid_t pid : pids()) EXPECT_TRUE(test::processGroupGone(pid)) << pid;
+}
+
 TEST(SyncCommandLines, EachPlatformRunsItsOwnHelpers) {
   const SyncCommands mac = macSyncCommands("/App/Contents");
   EXPECT_EQ(mac.poll, (std::vector<std::string>{"/usr/bin/osascript", "-e", std::string(TVSync::pollScript)}));
@@ -263,9 +355,9 @@ TEST(SyncCommandLines, EachPlatformRunsItsOwnHelpers) {
                                       bundle.path("Frameworks/MediaRemoteAdapter.framework"), "stream"}));
 
   const SyncCommands lin = linuxSyncCommands("/bin/true", "mpv");
-  EXPECT_EQ(lin.poll, (std::vector<std::string>{"/bin/true", "poll", "--player", "mpv"}));
+  EXPECT_EQ(lin.poll, (std::vector<std::string>{"/bin/true", "serve", "--player", "mpv"}));
   EXPECT_TRUE(lin.consent.empty());
-  EXPECT_EQ(lin.streamTarget, "org.mpris.MediaPlayer2.mpv");
+  EXPECT_EQ(lin.streamTarget, "");  // the helper itself follows only the named player
   EXPECT_EQ(lin.stream(), (std::vector<std::string>{"/bin/true", "stream", "--player", "mpv"}));
   EXPECT_EQ(linuxSyncCommands("/no/such/helper", "").stream(), std::nullopt);
   EXPECT_EQ(linuxSyncCommands("/bin/true", "").streamTarget, "");

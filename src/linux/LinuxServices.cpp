@@ -28,10 +28,15 @@ PlayerServices makePlayerServices(SettingsStore& settings, const std::string& pl
   const SourceTexts texts = linuxSourceTexts(name, LinuxSystem::helperPlaces());
   TVSync::Options poller{commands.poll, commands.consent};
   poller.texts = texts.poller;
+  // One resident helper answers every poll, with the player's rate.
+  poller.resident = true;
+  poller.answerCarriesRate = true;
+  // MPRIS players answer in full screen as they do windowed.
   auto fused =
       std::make_unique<FusedSync>(*p.system, std::make_unique<TVSync>(*p.system, poller),
                                   std::make_unique<MediaRemoteSync>(*p.system, commands.stream, commands.streamTarget,
-                                                                    2.0, commands.streamTargetMatch, texts.stream));
+                                                                    2.0, commands.streamTargetMatch, texts.stream),
+                                  true);
   p.fused = fused.get();
   p.source = std::move(fused);
   // Players here report file names: "Show.S01E02.mkv" is episode 2.

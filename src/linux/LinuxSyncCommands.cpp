@@ -10,9 +10,11 @@ SyncCommands linuxSyncCommands(const std::string& helperPath, const std::string&
   SyncCommands c;
   std::vector<std::string> choice;
   if (!player.empty()) choice = {"--player", player};
-  c.poll = {helperPath, "poll"};
+  c.poll = {helperPath, "serve"};  // resident: a request line in, an answer line out
   c.poll.insert(c.poll.end(), choice.begin(), choice.end());
-  c.streamTarget = player.empty() ? "" : mpris::busPrefix + player;
+  // The helper follows only the named player (by its bus name, else by a
+  // part of it): whatever it reports is ours.
+  c.streamTarget = "";
   c.streamTargetMatch = MediaRemoteSync::TargetMatch::withInstances;
   c.stream = [helperPath, choice]() -> std::optional<std::vector<std::string>> {
     if (helperPath.empty() || ::access(helperPath.c_str(), X_OK) != 0) return std::nullopt;

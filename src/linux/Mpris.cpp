@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -20,12 +21,58 @@ bool matches(const std::string& busName, const std::string& name) {
   return busName == wanted || busName.starts_with(wanted + ".");
 }
 
+bool matchesLoosely(const std::string& busName, const std::string& name) {
+  if (!busName.starts_with(busPrefix) || name.empty()) return false;
+  auto lower = [](std::string s) {
+    for (char& c : s) c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+    return s;
+  };
+  const std::string parts = lower(busName.substr(std::string_view(busPrefix).size()));
+  const std::string wanted = lower(name);
+  for (std::size_t at = 0; at <= parts.size();) {
+    std::size_t end = parts.find('.', at);
+    if (end == std::string::npos) end = parts.size();
+    if (parts.compare(at, end - at, wanted) == 0) return true;
+    at = end + 1;
+  }
+  return false;
+}
+
+std::string titleFromUrl(const std::string& url) {
+  std::string name = url.substr(0, url.find_first_of("?#"));
+  while (!name.empty() && name.back() == '/') name.pop_back();
+  name = name.substr(name.rfind('/') + 1);
+  auto hex = [](char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  std::string decoded;
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    if (name[i] == '%' && i + 2 < name.size() && hex(name[i + 1]) >= 0 && hex(name[i + 2]) >= 0) {
+      decoded += static_cast<char>(hex(name[i + 1]) * 16 + hex(name[i + 2]));
+      i += 2;
+    } else {
+      decoded += name[i];
+    }
+  }
+  // "Show.S01E02.mkv": the extension goes, the dots of the name stay.
+  const std::size_t dot = decoded.rfind('.');
+  if (dot != std::string::npos && dot > 0 && decoded.size() - dot - 1 <= 5) decoded.erase(dot);
+  return decoded;
+}
+
 std::optional<std::string> choose(const std::vector<Player>& players, const std::string& name,
                                   const std::optional<std::string>& playedLast) {
+  // A name that matches no player exactly is looked for among the parts of
+  // the players' names ("celluloid", "chromium", "firefox").
+  const bool exact = name.empty() || std::any_of(players.begin(), players.end(),
+                                                  [&](const Player& p) { return matches(p.busName, name); });
   const Player* paused = nullptr;
   bool lastStillThere = false;
   for (const Player& p : players) {
-    if (!matches(p.busName, name)) continue;
+    if (exact ? !matches(p.busName, name) : !matchesLoosely(p.busName, name)) continue;
     if (p.playbackStatus == "Playing") return p.busName;
     if (!paused && p.playbackStatus == "Paused") paused = &p;
     lastStillThere |= playedLast == p.busName;
@@ -59,7 +106,8 @@ std::string pollAnswer(const std::optional<Player>& player) {
   // A stopped player has no meaningful position, whatever it reports.
   const bool hasPosition = player->position && player->playbackStatus != "Stopped";
   return std::string(player->playbackStatus == "Playing" ? "true" : "false") + "|" +
-         (hasPosition ? number(*player->position) : "missing value") + "|" + oneLine(player->title);
+         (hasPosition ? number(*player->position) : "missing value") + "|" + number(player->rate) + "|" +
+         oneLine(player->title);
 }
 
 std::string pollError(int code) {

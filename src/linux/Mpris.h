@@ -21,6 +21,15 @@ struct Player {
 // org.mpris.MediaPlayer2.NAME and its instances NAME.*; every player when
 // name is empty.
 bool matches(const std::string& busName, const std::string& name);
+// NAME as one of the dot-separated parts after org.mpris.MediaPlayer2., in
+// any case: "celluloid" for ...io.github.celluloid_player.Celluloid.instance-1.
+// Asked only when no player matches exactly.
+bool matchesLoosely(const std::string& busName, const std::string& name);
+
+// A track's name from its address where the player gives no title (players
+// playing files without a title tag): the file name, percent-decoded,
+// without its extension. "file:///v/Show.S01E02.mkv" gives "Show.S01E02".
+std::string titleFromUrl(const std::string& url);
 
 // The player to follow among those on the bus, in bus order: the first that
 // is playing, else the one that played last if still there, else the first
@@ -35,8 +44,9 @@ std::optional<std::string> playedLastFile();
 std::optional<std::string> readPlayedLast(const std::string& file);
 void writePlayedLast(const std::string& file, const std::string& busName);
 
-// One line in the poll answer grammar: "true|12.5|Title", "false|missing
-// value|Title", "off" (no player), never with a line break inside.
+// One line in the poll answer grammar, with the player's rate after the
+// position: "true|12.5|1|Title", "false|missing value|1|Title", "off" (no
+// player), never with a line break inside.
 std::string pollAnswer(const std::optional<Player>& player);
 std::string pollError(int code);  // "err|N"
 

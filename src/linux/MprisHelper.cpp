@@ -2,6 +2,8 @@
 // two ways the macOS helpers do.
 //
 //   lumerix-mpris poll [--player NAME]    one answer line, then exit
+//   lumerix-mpris serve [--player NAME]   one answer line a request line on
+//                                         stdin, until stdin ends (Lumerix's poll)
 //   lumerix-mpris stream [--player NAME]  JSON lines until killed
 //
 // Players do not signal Position, so the stream samples it on every event
@@ -99,6 +101,10 @@ std::optional<Player> readPlayer(GDBusConnection* bus, const std::string& name, 
     } else if (!std::strcmp(key, "Metadata") && g_variant_is_of_type(value, G_VARIANT_TYPE_VARDICT)) {
       const gchar* title = nullptr;
       if (g_variant_lookup(value, "xesam:title", "&s", &title)) p.title = title;
+      const gchar* url = nullptr;
+      if (p.title.empty() && g_variant_lookup(value, "xesam:url", "&s", &url)) {
+        p.title = lumerix::mpris::titleFromUrl(url);
+      }
     }
   }
   return p;
@@ -125,13 +131,11 @@ std::optional<std::vector<Player>> readPlayers(GDBusConnection* bus, std::vector
   return players;
 }
 
-int poll(GDBusConnection* bus, const std::string& name) {
+// One poll answer, with its line feed.
+std::string answer(GDBusConnection* bus, const std::string& name) {
   Error error;
   auto players = readPlayers(bus, nullptr, error);
-  if (error) {
-    std::printf("%s\n", lumerix::mpris::pollError(error.e->code).c_str());
-    return 0;
-  }
+  if (error) return lumerix::mpris::pollError(error.e->code) + "\n";
   const auto file = lumerix::mpris::playedLastFile();
   const auto chosen =
       lumerix::mpris::choose(*players, name, file ? lumerix::mpris::readPlayedLast(*file) : std::nullopt);
@@ -139,7 +143,18 @@ int poll(GDBusConnection* bus, const std::string& name) {
   for (const auto& p : *players) {
     if (chosen == p.busName) player = p;
   }
-  std::printf("%s\n", lumerix::mpris::pollAnswer(player).c_str());
+  return lumerix::mpris::pollAnswer(player) + "\n";
+}
+
+// Resident: one answer a request line, until stdin ends. Without a bus,
+// every request gets the error.
+int serve(GDBusConnection* bus, const std::string& name, int busError) {
+  char request[4096];
+  while (std::fgets(request, sizeof request, stdin)) {
+    if (!std::strchr(request, '\n') && !std::feof(stdin)) continue;  // the rest of an overlong line
+    const std::string line = bus ? answer(bus, name) : lumerix::mpris::pollError(busError) + "\n";
+    if (std::fputs(line.c_str(), stdout) < 0 || std::fflush(stdout) != 0) return 0;  // the reader went away
+  }
   return 0;
 }
 
@@ -236,17 +251,21 @@ gboolean onStop(gpointer loop) {
 }
 
 constexpr const char* kUsage =
-    "usage: lumerix-mpris poll|stream [--player NAME]\n"
+    "usage: lumerix-mpris poll|serve|stream [--player NAME]\n"
     "\n"
     "Tells Lumerix where an MPRIS media player is; Lumerix runs it, not you.\n"
-    "  poll    print one line and exit: \"true|12.5|Title\" (playing, position in\n"
-    "          seconds, title), \"false|missing value|Title\", \"off\" (no player) or\n"
-    "          \"err|N\"\n"
+    "  poll    print one line and exit: \"true|12.5|1|Title\" (playing, position in\n"
+    "          seconds, rate, title), \"false|missing value|1|Title\", \"off\" (no\n"
+    "          player) or \"err|N\"\n"
+    "  serve   answer each line read on stdin with one such line, until stdin\n"
+    "          ends: the way Lumerix polls, with one process for the session\n"
     "  stream  print one JSON object a line whenever the player changes, and\n"
     "          every 2 s while it plays, until killed; exits when Lumerix does\n"
-    "  --player NAME  follow org.mpris.MediaPlayer2.NAME (and NAME.*) only;\n"
-    "          without it, the player that is playing, else the one that\n"
-    "          played last, else the first paused one\n";
+    "  --player NAME  follow org.mpris.MediaPlayer2.NAME (and NAME.*) only, or,\n"
+    "          when no player is named so, those with NAME as a part of their\n"
+    "          bus name in any case (celluloid, chromium, firefox); without it,\n"
+    "          the player that is playing, else the one that played last, else\n"
+    "          the first paused one\n";
 
 int usage() {
   std::fputs(kUsage, stderr);
@@ -278,7 +297,7 @@ int main(int argc, char** argv) {
       return usage();
     }
   }
-  if (mode != "poll" && mode != "stream") return usage();
+  if (mode != "poll" && mode != "serve" && mode != "stream") return usage();
   ::signal(SIGPIPE, SIG_IGN);
 
   Error error;
@@ -288,12 +307,15 @@ int main(int argc, char** argv) {
       std::printf("%s\n", lumerix::mpris::pollError(error.e->code).c_str());
       return 0;
     }
+    if (mode == "serve") return serve(nullptr, name, error.e->code);
     std::fprintf(stderr, "lumerix-mpris: no D-Bus session bus: %s\n", error.e->message);
     return 1;
   }
   int status = 0;
   if (mode == "poll") {
-    status = poll(bus, name);
+    std::fputs(answer(bus, name).c_str(), stdout);
+  } else if (mode == "serve") {
+    status = serve(bus, name, 0);
   } else {
     GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
     g_unix_signal_add(SIGTERM, onStop, loop);

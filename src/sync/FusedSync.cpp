@@ -17,8 +17,9 @@ bool isFullscreen(const std::vector<int>& targetPids, const std::optional<std::v
   return false;
 }
 
-FusedSync::FusedSync(System& system, std::unique_ptr<SyncSource> tv, std::unique_ptr<SyncSource> mr)
-    : system(system), tv(std::move(tv)), mr(std::move(mr)) {}
+FusedSync::FusedSync(System& system, std::unique_ptr<SyncSource> tv, std::unique_ptr<SyncSource> mr,
+                     bool pollerLeadsInFullscreen)
+    : system(system), tv(std::move(tv)), mr(std::move(mr)), pollerLeadsInFullscreen(pollerLeadsInFullscreen) {}
 
 void FusedSync::start() {
   tv->start();
@@ -46,7 +47,7 @@ void FusedSync::snapshotInto(SyncSnapshot& into) {
   tv->snapshotInto(t);
   mr->snapshotInto(m);
 
-  if (!lastFS) {
+  if (!lastFS || pollerLeadsInFullscreen) {
     if (t.position) {
       // Learn how far the stream sits from the poller, but not from wild
       // differences or while the poller's clock is frozen.

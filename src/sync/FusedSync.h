@@ -20,8 +20,13 @@ bool isFullscreen(const std::vector<int>& targetPids, const std::optional<std::v
 // sources run their own threads.
 class FusedSync : public SyncSource {
  public:
-  // tv: the poller; mr: the now-playing stream.
-  FusedSync(System& system, std::unique_ptr<SyncSource> tv, std::unique_ptr<SyncSource> mr);
+  // tv: the poller; mr: the now-playing stream. pollerLeadsInFullscreen:
+  // where the player answers polls in full screen as it does windowed
+  // (MPRIS players), the poller stays in the lead there too; the stream
+  // then fills in only while the poller has no position. The TV app cannot
+  // be asked in full screen, hence the hand-over on macOS.
+  FusedSync(System& system, std::unique_ptr<SyncSource> tv, std::unique_ptr<SyncSource> mr,
+            bool pollerLeadsInFullscreen = false);
 
   void start() override;
   void cancel() override;
@@ -38,6 +43,7 @@ class FusedSync : public SyncSource {
   System& system;
   const std::unique_ptr<SyncSource> tv;
   const std::unique_ptr<SyncSource> mr;
+  const bool pollerLeadsInFullscreen;
   double lastFSCheck = 0;
   bool lastFS = false;
   std::optional<double> mrBias;

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -52,20 +53,34 @@ bool readAvailable(int fd, const Subprocess::Chunk& sink) {
   }
 }
 
+// The stdin channel: a socket pair rather than a pipe, so that writing to a
+// child that went away fails with EPIPE instead of raising SIGPIPE.
+bool makeInputChannel(int fds[2]) {
+  if (::socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) return false;
+  ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
+  ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
+#if defined(__APPLE__)
+  const int on = 1;
+  ::setsockopt(fds[0], SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+#endif
+  return true;
+}
+
 }  // namespace
 
-Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::vector<std::string>& argv) {
+Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::vector<std::string>& argv, bool input) {
   using R = Result<std::unique_ptr<Subprocess>, std::string>;
   if (argv.empty() || argv[0].empty()) return R::failure(std::strerror(ENOENT));
 
-  int out[2] = {-1, -1}, err[2] = {-1, -1}, exitPipe[2] = {-1, -1}, wake[2] = {-1, -1};
+  int in[2] = {-1, -1}, out[2] = {-1, -1}, err[2] = {-1, -1}, exitPipe[2] = {-1, -1}, wake[2] = {-1, -1};
   auto closeAll = [&] {
-    for (int* p : {out, err, exitPipe, wake}) {
+    for (int* p : {in, out, err, exitPipe, wake}) {
       closeFd(p[0]);
       closeFd(p[1]);
     }
   };
-  if (!makePipe(out) || !makePipe(err) || !makePipe(exitPipe) || !makePipe(wake)) {
+  if ((input && !makeInputChannel(in)) || !makePipe(out) || !makePipe(err) || !makePipe(exitPipe) ||
+      !makePipe(wake)) {
     const int code = errno;
     closeAll();
     return R::failure(std::strerror(code));
@@ -73,7 +88,11 @@ Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::ve
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  if (input) {
+    posix_spawn_file_actions_adddup2(&actions, in[1], 0);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  }
   posix_spawn_file_actions_adddup2(&actions, out[1], 1);
   posix_spawn_file_actions_adddup2(&actions, err[1], 2);
 
@@ -100,6 +119,7 @@ Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::ve
   const int rc = ::posix_spawnp(&pid, argv[0].c_str(), &actions, &attr, cargv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attr);
+  closeFd(in[1]);
   closeFd(out[1]);
   closeFd(err[1]);
   if (rc != 0) {
@@ -111,11 +131,13 @@ Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::ve
   ::fcntl(wake[0], F_SETFL, O_NONBLOCK);
   ::fcntl(wake[1], F_SETFL, O_NONBLOCK);
   return R::success(
-      std::unique_ptr<Subprocess>(new Subprocess(pid, out[0], err[0], exitPipe[0], exitPipe[1], wake[0], wake[1])));
+      std::unique_ptr<Subprocess>(new Subprocess(pid, in[0], out[0], err[0], exitPipe[0], exitPipe[1], wake[0], wake[1])));
 }
 
-Subprocess::Subprocess(pid_t pid, int outFd, int errFd, int exitRead, int exitWrite, int wakeRead, int wakeWrite)
+Subprocess::Subprocess(pid_t pid, int inFd, int outFd, int errFd, int exitRead, int exitWrite, int wakeRead,
+                       int wakeWrite)
     : pid_(pid),
+      inFd_(inFd),
       outFd_(outFd),
       errFd_(errFd),
       exitRead_(exitRead),
@@ -172,6 +194,7 @@ Subprocess::~Subprocess() {
   signalGroup(SIGKILL);
   waiter_.join();
   ::kill(-pid_, SIGKILL);
+  closeFd(inFd_);
   closeFd(outFd_);
   closeFd(errFd_);
   ::close(exitRead_);
@@ -213,6 +236,27 @@ void Subprocess::requestStop(std::chrono::milliseconds grace) {
 }
 
 bool Subprocess::pump(const Chunk& onStdout, const Chunk& onStderr, std::optional<TimePoint> deadline) {
+  return pumpUntil(onStdout, onStderr, nullptr, deadline) == PumpEnd::exited;
+}
+
+bool Subprocess::send(std::string_view text) {
+  if (inFd_ < 0) return false;
+#if defined(__APPLE__)
+  constexpr int flags = 0;  // SO_NOSIGPIPE is set on the socket
+#else
+  constexpr int flags = MSG_NOSIGNAL;
+#endif
+  while (!text.empty()) {
+    const ssize_t n = ::send(inFd_, text.data(), text.size(), flags);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+Subprocess::PumpEnd Subprocess::pumpUntil(const Chunk& onStdout, const Chunk& onStderr,
+                                          const std::function<bool()>& done, std::optional<TimePoint> deadline) {
   using namespace std::chrono;
   auto msUntil = [](TimePoint t) {
     return std::max<long long>(0, ceil<milliseconds>(t - steady_clock::now()).count());
@@ -236,24 +280,25 @@ bool Subprocess::pump(const Chunk& onStdout, const Chunk& onStderr, std::optiona
     long long timeoutMs = -1;
     if (deadline) {
       timeoutMs = msUntil(*deadline);
-      if (timeoutMs == 0) return false;
+      if (timeoutMs == 0) return PumpEnd::deadline;
     }
     if (killAt != TimePoint::max()) timeoutMs = timeoutMs < 0 ? msUntil(killAt) : std::min(timeoutMs, msUntil(killAt));
     const int n = ::poll(fds, 4, static_cast<int>(std::min<long long>(timeoutMs, 1 << 30)));
     if (n < 0 && errno == EINTR) continue;
     if (n == 0) {
-      if (deadline && steady_clock::now() >= *deadline) return false;
+      if (deadline && steady_clock::now() >= *deadline) return PumpEnd::deadline;
       continue;  // the stop's grace ran out: the top of the loop kills
     }
     if (fds[3].revents) readAvailable(wakeRead_, nullptr);  // a stop was asked for: the loop sees it
     if (fds[0].revents && !readAvailable(outFd_, onStdout)) closeFd(outFd_);
+    if (fds[0].revents && done && done()) return PumpEnd::done;
     if (fds[1].revents && !readAvailable(errFd_, onStderr)) closeFd(errFd_);
     if (fds[2].revents) {
       // Everything the child wrote before exiting is in the pipes now. A
       // grandchild may keep them open, so take what is there and stop.
       if (outFd_ >= 0 && !readAvailable(outFd_, onStdout)) closeFd(outFd_);
       if (errFd_ >= 0 && !readAvailable(errFd_, onStderr)) closeFd(errFd_);
-      return true;
+      return PumpEnd::exited;
     }
   }
 }
@@ -315,6 +360,50 @@ std::optional<CommandOutput> ProcessSlot::run(const std::vector<std::string>& ar
   detach();
   if (!exited || cancelled()) return std::nullopt;
   return output;
+}
+
+std::optional<std::string> ProcessSlot::ask(const std::vector<std::string>& argv, std::string_view request,
+                                            double timeoutSeconds) {
+  if (resident_ && (resident_->exited() || argv != residentArgv_)) closeResident();
+  if (!resident_) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (cancelled_) return std::nullopt;
+    auto child = Subprocess::start(argv, true);
+    if (!child) return std::nullopt;
+    resident_ = std::move(child.value());
+    current_ = resident_.get();
+    residentArgv_ = argv;
+    residentOut_.clear();
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                                                std::chrono::duration<double>(timeoutSeconds));
+  // An answer is a line; a helper that floods us without one is stopped.
+  static constexpr std::size_t keep = 64 << 10;
+  auto line = [this] { return residentOut_.find('\n') != std::string::npos || residentOut_.size() >= keep; };
+  const bool sent = resident_->send(std::string(request) + "\n");
+  const auto end = sent ? resident_->pumpUntil([this](std::string_view s) { residentOut_.append(s); }, nullptr, line,
+                                               deadline)
+                        : Subprocess::PumpEnd::exited;
+  const std::size_t at = residentOut_.find('\n');
+  if (end == Subprocess::PumpEnd::deadline || at == std::string::npos || cancelled()) {
+    // Late, gone or flooding: whatever it says next belongs to no question.
+    closeResident();
+    return std::nullopt;
+  }
+  std::string answer = residentOut_.substr(0, at);
+  residentOut_.erase(0, at + 1);
+  return answer;
+}
+
+void ProcessSlot::closeResident() {
+  if (!resident_) return;
+  resident_->stop(std::chrono::seconds(1));
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    current_ = nullptr;
+  }
+  resident_.reset();
+  residentOut_.clear();
 }
 
 Result<bool, std::string> ProcessSlot::stream(const std::vector<std::string>& argv, const Subprocess::Chunk& onStdout) {

@@ -27,8 +27,10 @@ class Subprocess {
   using TimePoint = std::chrono::steady_clock::time_point;
 
   // Starts argv[0] (looked up in PATH when it has no slash) with the
-  // environment inherited. The error is the system's own text.
-  static Result<std::unique_ptr<Subprocess>, std::string> start(const std::vector<std::string>& argv);
+  // environment inherited. With input, the child's stdin is a channel that
+  // send() writes to (else /dev/null). The error is the system's own text.
+  static Result<std::unique_ptr<Subprocess>, std::string> start(const std::vector<std::string>& argv,
+                                                                bool input = false);
 
   Subprocess(const Subprocess&) = delete;
   Subprocess& operator=(const Subprocess&) = delete;
@@ -54,17 +56,27 @@ class Subprocess {
   // deadline. Returns whether the child exited. One pumping thread at a time.
   bool pump(const Chunk& onStdout, const Chunk& onStderr, std::optional<TimePoint> deadline = std::nullopt);
 
+  // The same, but also returning as soon as done() says so after some
+  // output arrived. Says why it returned.
+  enum class PumpEnd { done, exited, deadline };
+  PumpEnd pumpUntil(const Chunk& onStdout, const Chunk& onStderr, const std::function<bool()>& done,
+                    std::optional<TimePoint> deadline);
+
+  // Writes all of text to the child's stdin (started with input). False when
+  // the child no longer reads it; never raises SIGPIPE. The pumping thread.
+  bool send(std::string_view text);
+
   // terminate(), then SIGKILL if the child is still there after grace;
   // returns once it has been reaped.
   void stop(std::chrono::milliseconds grace);
 
  private:
-  Subprocess(pid_t pid, int outFd, int errFd, int exitRead, int exitWrite, int wakeRead, int wakeWrite);
+  Subprocess(pid_t pid, int inFd, int outFd, int errFd, int exitRead, int exitWrite, int wakeRead, int wakeWrite);
   void signalGroup(int sig);
   void waitForExit();
 
   const pid_t pid_;
-  int outFd_, errFd_;
+  int inFd_, outFd_, errFd_;
   const int exitRead_, exitWrite_;  // the waiter writes one byte when the child exits
   const int wakeRead_, wakeWrite_;  // requestStop writes one byte to wake the pump
   std::thread waiter_;
@@ -103,6 +115,16 @@ class ProcessSlot {
   // the system's text.
   Result<bool, std::string> stream(const std::vector<std::string>& argv, const Subprocess::Chunk& onStdout);
 
+  // A resident helper: argv is started once and kept; each ask writes
+  // request and a line feed to its stdin and returns the one line it answers
+  // (without the line feed). Absent when it cannot be launched, when it
+  // exits or does not answer within the timeout (it is then stopped, group
+  // and all, and started afresh by the next ask), or when the slot is
+  // cancelled. One asking thread.
+  std::optional<std::string> ask(const std::vector<std::string>& argv, std::string_view request, double timeoutSeconds);
+  // Stops the resident helper, if any, and waits for it. The asking thread.
+  void closeResident();
+
  private:
   Result<std::unique_ptr<Subprocess>, std::string> attach(const std::vector<std::string>& argv);
   void detach();
@@ -110,6 +132,10 @@ class ProcessSlot {
   mutable std::mutex mutex_;  // guards current_ and cancelled_
   Subprocess* current_ = nullptr;
   bool cancelled_ = false;
+  // The asking thread only (current_ points at it while it lives).
+  std::unique_ptr<Subprocess> resident_;
+  std::vector<std::string> residentArgv_;
+  std::string residentOut_;  // what it wrote past the last answer
 };
 
 }  // namespace lumerix

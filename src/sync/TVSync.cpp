@@ -57,7 +57,7 @@ void TVSync::snapshotInto(SyncSnapshot& s) {
   s.playing = playing;
   s.track = track;
   if (ok) {
-    s.position = anchorPos + (playing && !stalled ? now - anchorTS : 0.0);
+    s.position = anchorPos + (playing && !stalled ? (now - anchorTS) * rate : 0.0);
     s.status.clear();
     s.idle = false;
     s.holding = stalled;
@@ -85,29 +85,45 @@ void TVSync::main() {
   while (!worker.stopped()) {
     maybeRequestConsent();
     const double t0 = system.uptime();
-    auto answer = runOsascript(options.pollCommand, options.pollTimeout);
+    std::optional<CommandOutput> answer;
+    if (options.resident) {
+      if (auto line = worker.processes().ask(options.pollCommand, "poll", options.pollTimeout)) {
+        answer = CommandOutput{decodedAndTrimmed(*line), {}};
+      }
+    } else {
+      answer = runOsascript(options.pollCommand, options.pollTimeout);
+    }
     const double t1 = system.uptime();
     if (worker.stopped()) break;
     applyPoll(answer ? answer->out : "", answer ? answer->err : "", t0, t1);
     if (!worker.pause(options.pollInterval)) break;
   }
+  worker.processes().closeResident();
 }
 
 void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, double t1) {
   // What is not UTF-8 reads as no answer at all, as runOsascript decodes it.
   if (!unicode::isValidUtf8(out)) out = {};
   if (!unicode::isValidUtf8(err)) err = {};
-  // The answer is "state|position|name"; the name may itself hold "|".
+  // The answer is "state|position|name", or "state|position|rate|name"
+  // where answers carry the rate; the name may itself hold "|".
   std::optional<double> raw;
   bool playingNow = false;
+  double rateNow = 1.0;
   std::string_view name;
   if (!out.empty() && !out.starts_with("err") && out != "off") {
     const std::size_t bar1 = out.find('|');
     const std::size_t bar2 = bar1 == std::string_view::npos ? bar1 : out.find('|', bar1 + 1);
-    if (bar2 != std::string_view::npos) {
+    const std::size_t bar3 = !options.answerCarriesRate || bar2 == std::string_view::npos ? bar2 : out.find('|', bar2 + 1);
+    if (bar3 != std::string_view::npos) {
       raw = parsePosition(out.substr(bar1 + 1, bar2 - bar1 - 1));
       playingNow = trimSpaces(out.substr(0, bar1)) == "true";
-      name = trimSpaces(out.substr(bar2 + 1));
+      name = trimSpaces(out.substr(bar3 + 1));
+      if (options.answerCarriesRate) {
+        const auto r = parsePosition(out.substr(bar2 + 1, bar3 - bar2 - 1));
+        if (!r || *r < 0 || *r > maxPlausibleRate) raw.reset();
+        rateNow = r.value_or(1.0);
+      }
     }
   }
 
@@ -128,13 +144,14 @@ void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, do
       playing = true;
     } else {
       stalled = false;
-      const double predicted = anchorPos + (playing ? m - anchorTS : 0.0);
+      const double predicted = anchorPos + (playing ? (m - anchorTS) * rate : 0.0);
       // Small disagreements are jitter: move part of the way. Anything
-      // else (first sample, play/pause, a seek) is taken as it is.
-      const bool smooth = playingNow == playing && ok && std::fabs(*raw - predicted) <= 0.4;
+      // else (first sample, play/pause, a new speed, a seek) is taken as it is.
+      const bool smooth = playingNow == playing && rateNow == rate && ok && std::fabs(*raw - predicted) <= 0.4;
       anchorPos = smooth ? predicted + (*raw - predicted) * 0.3 : *raw;
       anchorTS = m;
       playing = playingNow;
+      rate = rateNow;
     }
     track = std::string(name);
     failedPolls = 0;
@@ -156,7 +173,11 @@ void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, do
   // One or two failures in a row keep the clock running from the last anchor.
   if (++failedPolls < 3) return;
   ok = false;
-  idleFlag = out == "off" || out.starts_with("err") || out.find("missing value") != std::string_view::npos;
+  // A player that says it plays but gives no position (a stream loading, a
+  // player between files) is not idle: the stream may know better.
+  const bool saysPlaying = options.answerCarriesRate && out.starts_with("true|");
+  idleFlag = out == "off" || out.starts_with("err") ||
+             (out.find("missing value") != std::string_view::npos && !saysPlaying);
   statusText = permissionDenied ? options.texts.permission : idleFlag ? options.texts.idle : options.texts.unreadable;
 }
 

@@ -52,6 +52,12 @@ class TVSync : public SyncSource {
     double pollInterval = 0.35;  // pause after each poll ends
     double pollTimeout = 5.0;
     PollerTexts texts = macSourceTexts().poller;
+    // Linux: pollCommand stays running and answers a request line per poll
+    // (one process for the whole session, not one a poll), and its answers
+    // carry the player's rate: "true|12.5|1.5|Title". The clock then runs
+    // at that rate; a rate of 0 while playing (stalled, seeking) stops it.
+    bool resident = false;
+    bool answerCarriesRate = false;
   };
 
   TVSync(System& system, Options options);
@@ -84,6 +90,7 @@ class TVSync : public SyncSource {
   mutable std::mutex lock;  // guards every field from here to failedPolls
   bool ok = false;
   bool playing = false;
+  double rate = 1.0;  // the player's, where its answers say
   double anchorPos = 0;
   double anchorTS;
   std::string track;
