@@ -29,15 +29,27 @@ kill -0 "$lumerix" 2>/dev/null && fail "Lumerix still running 5 s after SIGTERM"
 wait "$lumerix" || fail "Lumerix exited with status $? after SIGTERM"
 pgrep -f "$work/bin/lumerix-mpris" >/dev/null && fail "the stubborn helper outlived Lumerix"
 
-echo "-- the stream helper does not outlive a Lumerix killed with SIGKILL"
+for mode in stream serve; do
+  echo "-- the $mode helper does not outlive a Lumerix killed with SIGKILL"
+  dbus-run-session -- bash -c 2>"$work/bus.log" '
+    XDG_CONFIG_HOME='"$work"'/config '"$build"'/lumerix --headless >/dev/null 2>&1 &
+    lumerix=$!
+    for _ in $(seq 50); do helper=$(pgrep -P $lumerix -f "lumerix-mpris '"$mode"'" || true); [[ -n $helper ]] && break; sleep 0.1; done
+    [[ -n $helper ]] || { echo "FAIL: no '"$mode"' helper started" >&2; exit 1; }
+    kill -KILL $lumerix
+    for _ in $(seq 30); do kill -0 $helper 2>/dev/null || exit 0; sleep 0.1; done
+    echo "FAIL: lumerix-mpris '"$mode"' still running 3 s after Lumerix was killed" >&2
+    exit 1
+  ' || { grep FAIL "$work/bus.log" >&2; exit 1; }
+done
+echo "-- one poll helper for the whole run"
 dbus-run-session -- bash -c 2>"$work/bus.log" '
   XDG_CONFIG_HOME='"$work"'/config '"$build"'/lumerix --headless >/dev/null 2>&1 &
   lumerix=$!
-  for _ in $(seq 50); do helper=$(pgrep -P $lumerix -f "lumerix-mpris stream" || true); [[ -n $helper ]] && break; sleep 0.1; done
-  [[ -n $helper ]] || { echo "FAIL: no stream helper started" >&2; exit 1; }
-  kill -KILL $lumerix
-  for _ in $(seq 30); do kill -0 $helper 2>/dev/null || exit 0; sleep 0.1; done
-  echo "FAIL: lumerix-mpris stream still running 3 s after Lumerix was killed" >&2
-  exit 1
+  seen=""
+  for _ in $(seq 30); do seen="$seen $(pgrep -P $lumerix -f "lumerix-mpris serve" || true)"; sleep 0.1; done
+  kill -TERM $lumerix; wait $lumerix
+  count=$(echo $seen | tr " " "\n" | sort -u | grep -c .)
+  [[ $count -eq 1 ]] || { echo "FAIL: $count poll helpers in 3 s, not one" >&2; exit 1; }
 ' || { grep FAIL "$work/bus.log" >&2; exit 1; }
 echo "processes: all good"
