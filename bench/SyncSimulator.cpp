@@ -36,7 +36,7 @@ class VirtualSystem : public System {
   double wallClock() const noexcept override { return wall + now; }
   std::vector<int> targetProcessIds() override { return {1}; }
   std::optional<std::vector<WindowInfo>> onScreenWindows() override {
-    return std::vector<WindowInfo>{{1, fullscreen ? 1920.0 : 960.0, fullscreen ? 1080.0 : 540.0}};
+    return std::vector<WindowInfo>{{1, fullscreen ? 1920.0 : 960.0, fullscreen ? 1080.0 : 540.0, {}}};
   }
   std::vector<ScreenSize> screenSizes() override { return {{1920, 1080}}; }
   bool targetRunning() override { return true; }

@@ -12,9 +12,39 @@ lumerix, work, seconds = sys.argv[1], sys.argv[2], float(sys.argv[3])
 HZ = os.sysconf("SC_CLK_TCK")
 
 
+def stat(pid):
+    return open(f"/proc/{pid}/stat").read().rsplit(")", 1)[1].split()
+
+
+def live_children(pid):
+    """CPU so far of each running child of pid (its own and what it reaped)."""
+    out = {}
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit():
+            continue
+        try:
+            f = stat(entry)
+            if int(f[1]) == pid:
+                out[int(entry)] = sum(int(v) for v in f[11:15]) / HZ
+        except (OSError, IndexError, ValueError):
+            pass
+    return out
+
+
 def cpu(pid):
-    f = open(f"/proc/{pid}/stat").read().rsplit(")", 1)[1].split()
-    return (int(f[11]) + int(f[12])) / HZ, (int(f[13]) + int(f[14])) / HZ  # own, reaped helpers'
+    """The process's own CPU, and its helpers': the reaped ones and, by pid,
+    the ones still running (the resident poll helper never exits)."""
+    f = stat(pid)
+    return (int(f[11]) + int(f[12])) / HZ, ((int(f[13]) + int(f[14])) / HZ, live_children(pid))
+
+
+def helpers_between(h0, h1):
+    reaped0, live0 = h0
+    reaped1, live1 = h1
+    # A child running at the start and reaped by the end is in reaped1 whole:
+    # take off what it had used before the start.
+    return (reaped1 - reaped0) + sum(v - live0.get(c, 0) for c, v in live1.items()) - sum(
+        v for c, v in live0.items() if c not in live1)
 
 
 def peak_rss_mb(pid):
@@ -37,7 +67,8 @@ def run(label, args, env, split_glint=False):
     last, lt = own0, t0
     while time.monotonic() - t0 < seconds:
         time.sleep(0.25)
-        now, t = cpu(p.pid)[0], time.monotonic()
+        f = stat(p.pid)
+        now, t = (int(f[11]) + int(f[12])) / HZ, time.monotonic()
         bucket = sweep if (time.clock_gettime(time.CLOCK_MONOTONIC) % 5) / 5 < 0.45 else still
         bucket[0] += now - last
         bucket[1] += t - lt
@@ -45,7 +76,8 @@ def run(label, args, env, split_glint=False):
     own1, helpers1 = cpu(p.pid)
     span = time.monotonic() - t0
     print(f"{label}: window up {mapped * 1000:.0f} ms after start; CPU {100 * (own1 - own0) / span:.2f} % of a core "
-          f"(helpers {100 * (helpers1 - helpers0) / span:.2f} %); peak RSS {peak_rss_mb(p.pid):.1f} MB", flush=True)
+          f"(helpers {100 * helpers_between(helpers0, helpers1) / span:.2f} %); peak RSS {peak_rss_mb(p.pid):.1f} MB",
+          flush=True)
     if split_glint:
         print(f"  glint sweeping {100 * sweep[0] / sweep[1]:.2f} %, still {100 * still[0] / still[1]:.2f} %")
     p.terminate()

@@ -640,6 +640,7 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
   }
   EXPECT_EQ(linuxSourceTexts("mpv", {}).poller.idle, "mpv is not playing");
   EXPECT_EQ(linuxSourceTexts("", {}).poller.idle, "No player is playing");
+  EXPECT_EQ(linuxSourceTexts("Firefox", {}).poller.idle, "Browsers announce only videos with sound: unmute the tab");
   EXPECT_EQ(linuxSourceTexts("", {"/opt/a", "/usr/libexec/lumerix"}).stream.missing,
             "Sync helper lumerix-mpris is missing (looked in /opt/a, /usr/libexec/lumerix)");
 

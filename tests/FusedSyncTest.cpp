@@ -30,7 +30,7 @@ struct Fusion {
   Fusion(ScriptedSource* t, ScriptedSource* m, bool pollerLeads = false)
       : tv(t), mr(m), fused(system, std::unique_ptr<SyncSource>(t), std::unique_ptr<SyncSource>(m), pollerLeads) {}
   void setFullscreen(bool on) {
-    system.windows = std::vector<WindowInfo>{{4242, on ? 1920.0 : 800.0, on ? 1080.0 : 450.0}};
+    system.windows = std::vector<WindowInfo>{{4242, on ? 1920.0 : 800.0, on ? 1080.0 : 450.0, {}}};
     system.advance(0.5);
   }
 };
@@ -89,30 +89,36 @@ TEST(FusedSyncFullscreen, WindowSizesAgainstScreensWithinTwoPoints) {
     bool full;
   };
   const Row rows[] = {
-      {{{7, 2559, 1439}}, true},     // 1 point smaller: still full screen
-      {{{7, 2558, 1438}}, false},    // 2 points smaller: not
-      {{{7, 1441.5, 898.5}}, true},  // the other screen, either side
-      {{{8, 1440, 900}}, false},     // someone else's window
-      {{{7, 800, 600}, {9, 1440, 900}, {7, 1440, 900}}, true},
+      {{{7, 2559, 1439, {}}}, true},     // 1 point smaller: still full screen
+      {{{7, 2558, 1438, {}}}, false},    // 2 points smaller: not
+      {{{7, 1441.5, 898.5, {}}}, true},  // the other screen, either side
+      {{{8, 1440, 900, {}}}, false},     // someone else's window
+      {{{7, 800, 600, {}}, {9, 1440, 900, {}}, {7, 1440, 900, {}}}, true},
       {{}, false},
   };
   for (const Row& r : rows) EXPECT_EQ(isFullscreen({7, 11}, r.windows, screens), r.full);
-  EXPECT_FALSE(isFullscreen({}, std::vector<WindowInfo>{{7, 1440, 900}}, screens));
+  EXPECT_FALSE(isFullscreen({}, std::vector<WindowInfo>{{7, 1440, 900, {}}}, screens));
   EXPECT_FALSE(isFullscreen({7}, std::nullopt, screens));  // no window list: not full screen
+
+  // Where the window manager keeps a full-screen state (X11), it decides:
+  // a maximized window as big as a screen without panels is not full screen.
+  EXPECT_FALSE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1440, 900, false}}, screens));
+  EXPECT_TRUE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1440, 880, true}}, screens));
+  EXPECT_FALSE(isFullscreen({7}, std::vector<WindowInfo>{{8, 1440, 900, true}}, screens));
 
   // A notched 14-inch MacBook Pro: a full-screen app gets the screen less the
   // camera housing's band (32 points), and that still counts.
   const auto notched = mac::fullScreenSizes({{1512, 982, 32}, {1920, 1080, 0}});
-  EXPECT_TRUE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1512, 950}}, notched));
-  EXPECT_TRUE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1512, 982}}, notched));
-  EXPECT_FALSE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1920, 1048}}, notched));  // no notch there
+  EXPECT_TRUE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1512, 950, {}}}, notched));
+  EXPECT_TRUE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1512, 982, {}}}, notched));
+  EXPECT_FALSE(isFullscreen({7}, std::vector<WindowInfo>{{7, 1920, 1048, {}}}, notched));  // no notch there
 }
 
 TEST(FusedSyncFullscreen, TestedAtMostTwiceASecondAndSourcesFollowTheFusion) {
   Fusion f;
   f.tv->next = at(10);
   f.mr->next = at(20);
-  f.system.windows = std::vector<WindowInfo>{{4242, 1920, 1080}};
+  f.system.windows = std::vector<WindowInfo>{{4242, 1920, 1080, {}}};
   EXPECT_EQ(f.fused.snapshot().position, 20);  // first call tests at once
   EXPECT_EQ(f.system.windowQueries, 1);
   f.system.windows = std::vector<WindowInfo>{};

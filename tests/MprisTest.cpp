@@ -56,10 +56,20 @@ TEST(MprisHelper, PlayerChoice) {
   EXPECT_EQ(mpris::readPlayedLast(memory), "org.mpris.MediaPlayer2.mpv");
   dir.write("lumerix/played-last", "rubbish\n");
   EXPECT_EQ(mpris::readPlayedLast(memory), std::nullopt);
+  // Poll and stream must agree on the file, with or without a runtime folder.
+  const std::string home = std::getenv("HOME") ? std::getenv("HOME") : "";
   ::setenv("XDG_RUNTIME_DIR", "/run/user/1000", 1);
   EXPECT_EQ(mpris::playedLastFile(), "/run/user/1000/lumerix/played-last");
   ::unsetenv("XDG_RUNTIME_DIR");
+  ::setenv("HOME", "/home/me", 1);
+  ::unsetenv("XDG_CACHE_HOME");
+  EXPECT_EQ(mpris::playedLastFile(), "/home/me/.cache/lumerix/played-last");
+  ::setenv("XDG_CACHE_HOME", "relative/is/ignored", 1);
+  EXPECT_EQ(mpris::playedLastFile(), "/home/me/.cache/lumerix/played-last");
+  ::unsetenv("XDG_CACHE_HOME");
+  ::unsetenv("HOME");
   EXPECT_EQ(mpris::playedLastFile(), std::nullopt);
+  if (!home.empty()) ::setenv("HOME", home.c_str(), 1);
 }
 
 // The answers must read the way the poller and the stream expect them.
@@ -105,6 +115,10 @@ TEST(MprisHelper, AnswersReadBackThroughTheSources) {
       mpris::diffPayload(player("vlc.instance42", "Paused", 45.0), player("vlc.instance42", "Stopped", 45.0), 1.7e9),
       true);
   EXPECT_EQ(nlohmann::json::parse(stop)["payload"], nlohmann::json::parse(R"({"playing":false,"elapsedTime":null})"));
+  // Playing on without a position: nothing changed, nothing to send.
+  EXPECT_TRUE(mpris::diffPayload(player("vlc", "Playing", std::nullopt), player("vlc", "Playing", std::nullopt), 1.7e9)
+                  .empty());
+  EXPECT_FALSE(mpris::diffPayload(player("vlc", "Playing", 1.0), player("vlc", "Playing", 1.0), 1.7e9).empty());
   mr.consume(stop + "\n");
   EXPECT_EQ(mr.snapshot().position, std::nullopt);
   EXPECT_EQ(mr.snapshot().status, "vlc reports no playback position yet");

@@ -130,6 +130,8 @@ class Prober {
     const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
     const xcb_atom_t clientList = atom(c, "_NET_CLIENT_LIST");
     const xcb_atom_t wmPid = atom(c, "_NET_WM_PID");
+    const xcb_atom_t wmState = atom(c, "_NET_WM_STATE");
+    const xcb_atom_t fullscreenAtom = atom(c, "_NET_WM_STATE_FULLSCREEN");
     Reply<xcb_get_property_reply_t> list(
         xcb_get_property_reply(c, xcb_get_property(c, 0, root, clientList, XCB_ATOM_WINDOW, 0, 4096), nullptr));
     if (!list) return std::nullopt;
@@ -142,13 +144,23 @@ class Prober {
       const auto pidCookie = xcb_get_property(c, 0, w, wmPid, XCB_ATOM_CARDINAL, 0, 1);
       const auto attrCookie = xcb_get_window_attributes(c, w);
       const auto geoCookie = xcb_get_geometry(c, w);
+      const auto stateCookie = xcb_get_property(c, 0, w, wmState, XCB_ATOM_ATOM, 0, 32);
       Reply<xcb_get_property_reply_t> pid(xcb_get_property_reply(c, pidCookie, nullptr));
+      Reply<xcb_get_property_reply_t> state(xcb_get_property_reply(c, stateCookie, nullptr));
       Reply<xcb_get_window_attributes_reply_t> attr(xcb_get_window_attributes_reply(c, attrCookie, nullptr));
       Reply<xcb_get_geometry_reply_t> geo(xcb_get_geometry_reply(c, geoCookie, nullptr));
       if (!pid || xcb_get_property_value_length(pid.get()) < 4 || !attr || !geo) continue;
       if (attr->map_state != XCB_MAP_STATE_VIEWABLE) continue;
       const auto owner = *static_cast<const uint32_t*>(xcb_get_property_value(pid.get()));
-      windows.push_back({static_cast<int>(owner), static_cast<double>(geo->width), static_cast<double>(geo->height)});
+      // The window manager's full-screen state: maximized is not full screen.
+      bool full = false;
+      if (state && fullscreenAtom != XCB_ATOM_NONE) {
+        const auto* atoms = static_cast<const xcb_atom_t*>(xcb_get_property_value(state.get()));
+        const int n = xcb_get_property_value_length(state.get()) / static_cast<int>(sizeof(xcb_atom_t));
+        full = std::find(atoms, atoms + n, fullscreenAtom) != atoms + n;
+      }
+      windows.push_back(
+          {static_cast<int>(owner), static_cast<double>(geo->width), static_cast<double>(geo->height), full});
     }
     return windows;
   }

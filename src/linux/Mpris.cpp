@@ -183,9 +183,18 @@ Payload diffPayload(const Player& before, const Player& now, double sampledAt) {
 }
 
 std::optional<std::string> playedLastFile() {
-  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-  if (!runtime || runtime[0] != '/') return std::nullopt;
-  return std::string(runtime) + "/lumerix/played-last";
+  // Shared by the poll and the stream: without it they may follow two
+  // different paused players. The runtime folder where the session has one,
+  // else the user's cache folder (private too).
+  auto absolute = [](const char* name) -> std::optional<std::string> {
+    const char* v = std::getenv(name);
+    if (!v || v[0] != '/') return std::nullopt;
+    return std::string(v);
+  };
+  if (auto runtime = absolute("XDG_RUNTIME_DIR")) return *runtime + "/lumerix/played-last";
+  if (auto cache = absolute("XDG_CACHE_HOME")) return *cache + "/lumerix/played-last";
+  if (auto home = absolute("HOME")) return *home + "/.cache/lumerix/played-last";
+  return std::nullopt;
 }
 
 std::optional<std::string> readPlayedLast(const std::string& file) {
@@ -197,6 +206,7 @@ std::optional<std::string> readPlayedLast(const std::string& file) {
 }
 
 void writePlayedLast(const std::string& file, const std::string& busName) {
+  ::mkdir(path::parent(path::parent(file)).c_str(), 0700);  // ~/.cache itself may not be there yet
   ::mkdir(path::parent(file).c_str(), 0700);
   writeFileAtomically(file, busName + "\n");  // a memory, not a duty: failures only cost the poll its hint
 }

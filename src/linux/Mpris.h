@@ -39,7 +39,8 @@ std::optional<std::string> choose(const std::vector<Player>& players, const std:
                                   const std::optional<std::string>& playedLast);
 
 // Where the stream keeps the bus name of the last player that played:
-// $XDG_RUNTIME_DIR/lumerix/played-last; absent without that folder.
+// $XDG_RUNTIME_DIR/lumerix/played-last, else the same under
+// $XDG_CACHE_HOME or ~/.cache; absent when none of them is set.
 std::optional<std::string> playedLastFile();
 std::optional<std::string> readPlayedLast(const std::string& file);
 void writePlayedLast(const std::string& file, const std::string& busName);
@@ -65,6 +66,10 @@ struct Payload {
   std::optional<double> elapsedTime;
   std::optional<double> sampledAt;  // wall seconds; becomes "timestamp"
   bool positionGone = false;
+  // Nothing to say: a diff like that is not worth a line.
+  bool empty() const {
+    return !bundleIdentifier && !title && !playing && !playbackRate && !elapsedTime && !positionGone;
+  }
 };
 std::string streamLine(const Payload& payload, bool diff);
 Payload fullPayload(const Player& player, double sampledAt);

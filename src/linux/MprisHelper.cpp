@@ -225,8 +225,8 @@ class Stream {
     }
     if (first || !current || current->busName != now->busName) {
       emit(lumerix::mpris::fullPayload(*now, sampledAt), false);
-    } else {
-      emit(lumerix::mpris::diffPayload(*current, *now, sampledAt), true);
+    } else if (const auto diff = lumerix::mpris::diffPayload(*current, *now, sampledAt); !diff.empty()) {
+      emit(diff, true);  // a player playing without a position changes nothing every 2 s
     }
     current = *now;
   }

@@ -41,7 +41,7 @@ std::optional<std::vector<WindowInfo>> MacSystem::onScreenWindows() {
       NSDictionary* bounds = w[(__bridge NSString*)kCGWindowBounds];
       CGRect r = CGRectZero;
       if (bounds) CGRectMakeWithDictionaryRepresentation((__bridge CFDictionaryRef)bounds, &r);
-      windows.push_back({pid.intValue, r.size.width, r.size.height});
+      windows.push_back({pid.intValue, r.size.width, r.size.height, std::nullopt});
     }
     return windows;
   }

@@ -11,6 +11,9 @@ struct WindowInfo {
   int ownerPid = 0;
   double width = 0;
   double height = 0;
+  // The window manager's own word on full screen, where it keeps one (X11's
+  // _NET_WM_STATE_FULLSCREEN); absent where only the size tells (macOS).
+  std::optional<bool> fullscreenState = std::nullopt;
 };
 
 struct ScreenSize {

@@ -10,6 +10,12 @@ bool isFullscreen(const std::vector<int>& targetPids, const std::optional<std::v
   if (targetPids.empty() || !windows) return false;
   for (const WindowInfo& w : *windows) {
     if (std::find(targetPids.begin(), targetPids.end(), w.ownerPid) == targetPids.end()) continue;
+    // Where the window manager says, its word counts: a maximized window on
+    // a screen without panels is the screen's size and still not full screen.
+    if (w.fullscreenState) {
+      if (*w.fullscreenState) return true;
+      continue;
+    }
     for (const ScreenSize& s : screens) {
       if (std::fabs(w.width - s.width) < 2.0 && std::fabs(w.height - s.height) < 2.0) return true;
     }

@@ -10,7 +10,8 @@
 namespace lumerix {
 
 // True when any window of the target player is the size of a screen, within
-// 2 points each way. Only sizes count: not origins, layers or titles.
+// 2 points each way. Only sizes count: not origins, layers or titles; but a
+// window whose window manager keeps a full-screen state is judged by that.
 bool isFullscreen(const std::vector<int>& targetPids, const std::optional<std::vector<WindowInfo>>& windows,
                   const std::vector<ScreenSize>& screens);
 

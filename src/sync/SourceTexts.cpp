@@ -24,6 +24,21 @@ const SourceTexts& macSourceTexts() {
   return texts;
 }
 
+namespace {
+
+// Browsers register on MPRIS only while a video with sound plays: a muted
+// tab is invisible, and the user should hear why rather than "not playing".
+bool isBrowser(std::string_view name) {
+  std::string lower(name);
+  for (char& c : lower) c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+  for (std::string_view browser : {"chromium", "chrome", "firefox", "brave", "vivaldi", "opera", "edge", "epiphany"}) {
+    if (lower == browser) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 SourceTexts linuxSourceTexts(std::string_view player, const std::vector<std::string>& helperLookedIn) {
   const std::string name(player);
   std::string lookedIn;
@@ -34,7 +49,9 @@ SourceTexts linuxSourceTexts(std::string_view player, const std::vector<std::str
           // Players share their position over the session bus without asking;
           // a refusal can only come from the player itself.
           name.empty() ? "The player refused to answer" : name + " refused to answer",
-          name.empty() ? "No player is playing" : name + " is not playing",
+          name.empty()       ? "No player is playing"
+          : isBrowser(name) ? "Browsers announce only videos with sound: unmute the tab"
+                            : name + " is not playing",
           "Cannot read the player",
       },
       {
