@@ -714,7 +714,9 @@ TEST(ControllerMenu, EveryItemReachesItsOperation) {
 TEST(ControllerPanel, DesktopNotesWaitForTheHintsThenShowOnceEach) {
   Rig r;
   r.start();
-  for (auto note : texts::desktop::notes({.composited = false, .gnomeWayland = true})) r.c->postNote(note);
+  for (auto note : texts::desktop::notes({.composited = false, .waylandWithoutLayerShell = true, .gnome = true})) {
+    r.c->postNote(note);
+  }
   r.tickAt(std::nullopt);
   EXPECT_EQ(r.host.status.substr(0, 3), "⇄");  // the start hint keeps its three seconds
   r.expireHint();
@@ -730,6 +732,12 @@ TEST(ControllerPanel, DesktopNotesWaitForTheHintsThenShowOnceEach) {
   r.tickAt(std::nullopt);
   EXPECT_EQ(r.host.status, "◌ Nothing is playing");
   EXPECT_THAT(texts::desktop::notes({}), ::testing::IsEmpty());
+  // The GNOME advice only where the desktop is GNOME.
+  EXPECT_THAT(texts::desktop::notes({.waylandWithoutLayerShell = true}), ElementsAre(texts::desktop::noLayerShell));
+  for (const char* gnome : {"GNOME", "ubuntu:GNOME", "GNOME-Classic:GNOME"}) EXPECT_TRUE(texts::desktop::isGnome(gnome));
+  for (const char* other : {"", "KDE", "sway", "GNOME-Flashback", "X-Cinnamon", "gnome"}) {
+    EXPECT_FALSE(texts::desktop::isGnome(other)) << other;
+  }
 }
 
 // ---- a whole evening, call by call ---------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <iostream>
 
@@ -57,8 +58,11 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
   controller = std::make_unique<Controller>(ControllerServices{clock, *settings, host, dialogs, services},
                                             std::move(source), subtitle, player.conventions);
   host.attach(controller.get());
-  for (std::string_view note : texts::desktop::notes(
-           {.composited = host.composited(), .gnomeWayland = options.backend.waylandWithoutLayerShell})) {
+  const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
+  for (std::string_view note :
+       texts::desktop::notes({.composited = host.composited(),
+                              .waylandWithoutLayerShell = options.backend.waylandWithoutLayerShell,
+                              .gnome = texts::desktop::isGnome(desktop ? desktop : "")})) {
     controller->postNote(note);
   }
 
@@ -71,6 +75,14 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
     writeTrayIcon();
     tray = std::make_unique<Tray>(iconDir, kTrayIconName, buildMenu(controller->menu(), perform));
   }
+  // The tray host answers within a moment, if there is one; without one the
+  // right-click menu is the only way in, so say so once.
+  trayCheck = Glib::signal_timeout().connect_seconds(
+      [this] {
+        if (controller && (!tray || !tray->shown())) controller->postNote(texts::desktop::noTray);
+        return false;
+      },
+      3);
 
   tickTimer = Glib::signal_timeout().connect(
       [this] {
@@ -120,6 +132,7 @@ GtkShell::~GtkShell() {
   tickTimer.disconnect();
   extraTick.disconnect();
   debugTimer.disconnect();
+  trayCheck.disconnect();
   host.attach(nullptr);
   tray.reset();
   preferences.reset();

@@ -61,7 +61,7 @@ class GtkShell {
   BuiltMenu contextMenu;
   std::unique_ptr<Tray> tray;
   std::string iconDir;
-  sigc::connection tickTimer, extraTick, debugTimer;
+  sigc::connection tickTimer, extraTick, debugTimer, trayCheck;
   guint stopSignals[2] = {0, 0};
   bool quitting = false;
 };

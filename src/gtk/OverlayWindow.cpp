@@ -51,6 +51,7 @@ OverlayWindow::~OverlayWindow() {
   controller = nullptr;
   fade.timer.disconnect();
   raiseCheck.disconnect();
+  for (sigc::connection& c : screenChanges) c.disconnect();
   if (stackingWatched) gdk_window_remove_filter(gdk_get_default_root_window(), rootFilter, this);
   if (statusLayout) g_object_unref(statusLayout);
   if (textCache) cairo_surface_destroy(textCache);
@@ -237,12 +238,25 @@ void OverlayWindow::buildWindow() {
   area.drag_dest_set({Gtk::TargetEntry("text/uri-list")}, Gtk::DestDefaults(0), Gdk::ACTION_COPY);
   area.signal_drag_motion().connect(sigc::mem_fun(*this, &OverlayWindow::dragMotion), false);
   area.signal_drag_leave().connect(sigc::mem_fun(*this, &OverlayWindow::dragLeave), false);
+  screenChanges[0] = w.get_screen()->signal_monitors_changed().connect([this] { keepOnScreen(); });
+  screenChanges[1] = w.get_screen()->signal_size_changed().connect([this] { keepOnScreen(); });
   area.signal_drag_drop().connect(sigc::mem_fun(*this, &OverlayWindow::dragDrop), false);
   area.signal_drag_data_received().connect(sigc::mem_fun(*this, &OverlayWindow::dragData), false);
 }
 
+void OverlayWindow::keepOnScreen() {
+  if (!win) return;
+  // The screen shrank or the monitor the bar was on went away: back onto
+  // one that shows it (the saved frame is left as it was, for the monitor's
+  // return at the next start).
+  const Rect d = toDesktop(frame, mainMonitor());
+  const Rect onScreen = clampOntoMonitors(d, monitors(), config.minSize);
+  if (onScreen != d) applyDesktopFrame(onScreen);
+}
+
 void OverlayWindow::present() {
   if (!win) return;
+  keepOnScreen();  // a second launch is also how users look for a lost bar
   win->show();
   if (GdkWindow* g = gtk_widget_get_window(GTK_WIDGET(win->gobj()))) gdk_window_raise(g);
 }

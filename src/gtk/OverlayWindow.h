@@ -36,6 +36,8 @@ class OverlayWindow : public OverlayHost {
   void onContextMenu(std::function<void(const GdkEvent*)> show) { contextMenu = std::move(show); }
   // Shows the bar again above everything (a second launch asked for it).
   void present();
+  // Brings the bar back onto a monitor that shows it, if it is on none.
+  void keepOnScreen();
   PanelDiagnostics diagnostics() const;
   // Whether see-through parts come out see-through.
   bool composited() const;
@@ -142,6 +144,7 @@ class OverlayWindow : public OverlayHost {
 
   bool stackingWatched = false;
   sigc::connection raiseCheck;
+  sigc::connection screenChanges[2];  // monitors came or went; the screen's size changed
   gint64 lastRaise = 0;
   RaiseMemory raiseMemory;  // how often in a row the same window was fought
 };
