@@ -14,8 +14,8 @@
 #include "app/CommandLine.h"
 #include "headless/HeadlessApp.h"
 #include "linux/FileSettingsStore.h"
-#include "ui/DesktopTexts.h"
 #include "sync/Subprocess.h"
+#include "ui/DesktopTexts.h"
 #include "util/Files.h"
 #include "util/JsonText.h"
 
@@ -253,7 +253,8 @@ TEST(CommandLineProgram, TheLaunchFormFollowsAndSaysWhatItCannotDo) {
   if (!display.empty()) ::setenv("DISPLAY", display.c_str(), 1);
   if (!wayland.empty()) ::setenv("WAYLAND_DISPLAY", wayland.c_str(), 1);
   EXPECT_EQ(run.status, 2);
-  EXPECT_EQ(run.err, "lumerix: " + dir.path("no-such.srt") + ": No such file or directory (starting without a subtitle)\n" +
+  EXPECT_EQ(run.err, "lumerix: " + dir.path("no-such.srt") +
+                         ": No such file or directory (starting without a subtitle)\n" +
                          std::string(texts::desktop::noDisplay) + "\n");
   EXPECT_EQ(run.out, "");
 #else

@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "CommaLocale.h"
 #include "ControllerFakes.h"
 #include "FakeSystem.h"
-#include "CommaLocale.h"
 #include "SyncTestSupport.h"
 #include "app/Controller.h"
 #include "overlay/TextLayers.h"
@@ -189,12 +189,12 @@ TEST(ControllerTick, AnExtraTickIsDueWhenTheTextChangesBeforeTheNextOne) {
     r.tickAt(position, "Show", playing);
     return r.c->extraTickIn();
   };
-  EXPECT_NEAR(*extraAt(0.98), 0.022, 1e-9);  // First starts in 20 ms (+2 ms to be sure)
-  EXPECT_EQ(extraAt(0.9), std::nullopt);     // 100 ms away: the next tick is sooner
+  EXPECT_NEAR(*extraAt(0.98), 0.022, 1e-9);       // First starts in 20 ms (+2 ms to be sure)
+  EXPECT_EQ(extraAt(0.9), std::nullopt);          // 100 ms away: the next tick is sooner
   EXPECT_EQ(extraAt(0.98, false), std::nullopt);  // paused: nothing moves
   EXPECT_NEAR(*extraAt(9.97), 0.032, 1e-9);
-  EXPECT_NEAR(*extraAt(11.99), 0.012, 1e-9);  // Third ends: shown up to 12.000 itself
-  EXPECT_EQ(extraAt(12.5), std::nullopt);     // nothing after the last cue
+  EXPECT_NEAR(*extraAt(11.99), 0.012, 1e-9);               // Third ends: shown up to 12.000 itself
+  EXPECT_EQ(extraAt(12.5), std::nullopt);                  // nothing after the last cue
   r.source->next = {2.99, true, "Show", "", false, true};  // stalled
   r.c->tick();
   EXPECT_EQ(r.c->extraTickIn(), std::nullopt);
@@ -532,9 +532,9 @@ TEST(ControllerRender, CacheAndGeometry) {
   for (auto [size, brandSize] : {std::pair{20.0, 40.0}, std::pair{30.0, 46.0}, std::pair{60.0, 52.0}}) {
     EXPECT_EQ(attributedLayers("x", true, size, 7, 0).at(0).font.size, brandSize);
   }
-  EXPECT_EQ(attributedLayers("x", false, 28, 0, 0).size(), 1u);  // no stroke: fill only
+  EXPECT_EQ(attributedLayers("x", false, 28, 0, 0).size(), 1u);                // no stroke: fill only
   EXPECT_EQ(attributedLayers("x", false, 1e300, 7, 0).at(0).font.size, 4096);  // what a settings file may hold
-  EXPECT_EQ(attributedLayers("x", false, 28, 7, 1).size(), 1u);  // band: never an outline
+  EXPECT_EQ(attributedLayers("x", false, 28, 7, 1).size(), 1u);                // band: never an outline
 }
 
 TEST(ControllerPreferences, ControlsWriteAtOnceAndTheWindowShowsTheLiveValues) {
@@ -647,9 +647,9 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
   Rig r;
   r.dir.write("Show.S01E02.srt", kThreeCues);
   r.dir.write("Show.S01E01.srt", kThreeCues);
-  r.c = std::make_unique<Controller>(ControllerServices{r.clock, r.settings, r.host, r.dialogs, r.dialogs},
-                                     std::move(r.owned), std::nullopt,
-                                     Conventions{linuxUiTexts("mpv"), EpisodeRule::seasonEpisodeTag, MenuStyle::barKeys});
+  r.c = std::make_unique<Controller>(
+      ControllerServices{r.clock, r.settings, r.host, r.dialogs, r.dialogs}, std::move(r.owned), std::nullopt,
+      Conventions{linuxUiTexts("mpv"), EpisodeRule::seasonEpisodeTag, MenuStyle::barKeys});
   EXPECT_TRUE(r.host.status.starts_with("⇄ Auto-syncing with mpv — click me once")) << r.host.status;
   r.settings.set("SubtitleFolder", test::TempDir::parentOf(r.dir.path("x")));
   r.tickAt(1, "Show.S01E02.mkv");
@@ -734,7 +734,8 @@ TEST(ControllerPanel, DesktopNotesWaitForTheHintsThenShowOnceEach) {
   EXPECT_THAT(texts::desktop::notes({}), ::testing::IsEmpty());
   // The GNOME advice only where the desktop is GNOME.
   EXPECT_THAT(texts::desktop::notes({.waylandWithoutLayerShell = true}), ElementsAre(texts::desktop::noLayerShell));
-  for (const char* gnome : {"GNOME", "ubuntu:GNOME", "GNOME-Classic:GNOME"}) EXPECT_TRUE(texts::desktop::isGnome(gnome));
+  for (const char* gnome : {"GNOME", "ubuntu:GNOME", "GNOME-Classic:GNOME"})
+    EXPECT_TRUE(texts::desktop::isGnome(gnome));
   for (const char* other : {"", "KDE", "sway", "GNOME-Flashback", "X-Cinnamon", "gnome"}) {
     EXPECT_FALSE(texts::desktop::isGnome(other)) << other;
   }

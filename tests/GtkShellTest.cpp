@@ -9,9 +9,9 @@
 
 #include <functional>
 
+#include "CommaLocale.h"
 #include "ControllerFakes.h"
 #include "FakeSystem.h"
-#include "CommaLocale.h"
 #include "app/Controller.h"
 #include "gtk/Blur.h"
 #include "gtk/CairoCanvas.h"
@@ -52,7 +52,7 @@ TEST(GtkKeyMap, CodesShiftAndCharactersAsTheControllerReadsThem) {
       {GDK_KEY_comma, GDK_CONTROL_MASK, keycode::none, false, ""},
       {GDK_KEY_Left, GDK_MOD1_MASK, keycode::none, false, ""},
       {GDK_KEY_t, GDK_SUPER_MASK, keycode::none, false, ""},
-      {GDK_KEY_Q, GDK_SHIFT_MASK, keycode::none, true, "Q"},     // not a shortcut: the controller says so
+      {GDK_KEY_Q, GDK_SHIFT_MASK, keycode::none, true, "Q"},  // not a shortcut: the controller says so
       {GDK_KEY_comma, 0, keycode::none, false, ","},
       {GDK_KEY_plus, GDK_SHIFT_MASK, keycode::none, true, "+"},
       {GDK_KEY_KP_Add, 0, keycode::none, false, "+"},
@@ -164,7 +164,9 @@ TEST(GtkRaisePolicy, OnlyAForeignManagedWindowOverTheBarEarnsARaise) {
       {"a managed window while the screen is locked", {bar, {9, overBar}}, true, {}},
       {"our dialog above the bar", {bar, {5, overBar, false, true}}, false, {}},
       {"our dialog under the bar comes over it", {{5, overBar, false, true}, bar}, false, {K::below, 5}},
-      {"a player over the bar, our dialog over both", {bar, {9, overBar}, {5, overBar, false, true}}, false,
+      {"a player over the bar, our dialog over both",
+       {bar, {9, overBar}, {5, overBar, false, true}},
+       false,
        {K::below, 5}},
       {"between a player and our dialog: in place", {{9, overBar}, bar, {5, overBar, false, true}}, false, {}},
       {"a player over our dialog and the bar", {bar, {5, overBar, false, true}, {9, overBar}}, false, {K::top}},
@@ -255,7 +257,8 @@ std::vector<std::string> describe(Gtk::Menu& menu) {
 
 TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
   std::vector<MenuAction> performed;
-  BuiltMenu built = buildMenu(statusMenu(linuxUiTexts("mpv"), MenuStyle::barKeys), [&](MenuAction a) { performed.push_back(a); });
+  BuiltMenu built =
+      buildMenu(statusMenu(linuxUiTexts("mpv"), MenuStyle::barKeys), [&](MenuAction a) { performed.push_back(a); });
   BuiltMenu mac = buildMenu(statusMenu(macUiTexts()), [](MenuAction) {});
   EXPECT_THAT(describe(*mac.menu).at(0), "Open Subtitle… [Ctrl+O]");
   // The Linux menu names the bar's own keys, and has no update command.

@@ -31,7 +31,8 @@ TEST(MprisHelper, PlayerChoice) {
   EXPECT_EQ(mpris::choose(idle, "", "org.mpris.MediaPlayer2.gone"), "org.mpris.MediaPlayer2.b");
   // A name that no bus name starts with is looked for among their parts.
   const std::vector<Player> desktop{player("io.github.celluloid_player.Celluloid.instance-1", "Playing"),
-                                    player("chromium.instance4021", "Paused"), player("firefox.instance_1_84", "Paused")};
+                                    player("chromium.instance4021", "Paused"),
+                                    player("firefox.instance_1_84", "Paused")};
   EXPECT_EQ(mpris::choose(desktop, "celluloid", std::nullopt),
             "org.mpris.MediaPlayer2.io.github.celluloid_player.Celluloid.instance-1");
   EXPECT_EQ(mpris::choose(desktop, "Firefox", std::nullopt), "org.mpris.MediaPlayer2.firefox.instance_1_84");

@@ -42,19 +42,19 @@ TEST(Settings, HandWrittenUserDefaultsMeanWhatTheirWriterMeant) {
     bool asBool;
   };
   const Row rows[] = {
-      {json(true), 1, 1, true},            // -bool YES
-      {json(1LL), 1, 1, true},             // DebugLog -int 1
-      {json(0LL), 0, 0, false},            //
-      {json(28.9), 28.9, 28, true},        // -float
-      {json("30"), 30, 30, true},          // FontSize 30, no type flag: a text
-      {json(" 0.5 "), 0.5, 0, false},      // boolValue: "0" and zeros skipped, then "."
-      {json("YES"), 0, 0, true},           //
-      {json("true"), 0, 0, true},          //
-      {json("no"), 0, 0, false},           //
-      {json("-007"), -7, -7, true},        //
-      {json("30px"), 0, 0, true},          // not a number in full; boolValue reads the 3
-      {json(""), 0, 0, false},             //
-      {json(nullptr), 0, 0, false},        // missing, or a kind no setting has
+      {json(true), 1, 1, true},        // -bool YES
+      {json(1LL), 1, 1, true},         // DebugLog -int 1
+      {json(0LL), 0, 0, false},        //
+      {json(28.9), 28.9, 28, true},    // -float
+      {json("30"), 30, 30, true},      // FontSize 30, no type flag: a text
+      {json(" 0.5 "), 0.5, 0, false},  // boolValue: "0" and zeros skipped, then "."
+      {json("YES"), 0, 0, true},       //
+      {json("true"), 0, 0, true},      //
+      {json("no"), 0, 0, false},       //
+      {json("-007"), -7, -7, true},    //
+      {json("30px"), 0, 0, true},      // not a number in full; boolValue reads the 3
+      {json(""), 0, 0, false},         //
+      {json(nullptr), 0, 0, false},    // missing, or a kind no setting has
   };
   for (const Row& r : rows) {
     EXPECT_DOUBLE_EQ(mac::defaultsDouble(r.stored), r.asDouble) << r.stored;
@@ -187,9 +187,14 @@ TEST(EpisodeNames, NumberFromTrackAndPatternOnFileNames) {
   };
   for (const auto& [track, number] : tracks) EXPECT_EQ(episode::numberIn(track), number) << track;
   const std::pair<const char*, std::optional<long long>> tags[] = {
-      {"Show.S01E02.mkv", 2},       {"show.s1e7.720p", 7},  {"2024 Show s03e11", 11},     {"S123E4", std::nullopt},
-      {"SE01", std::nullopt},       {"S01E", std::nullopt}, {"Episode 12", std::nullopt},  // no tag: the caller falls
-                                                                                           // back to the first number
+      {"Show.S01E02.mkv", 2},
+      {"show.s1e7.720p", 7},
+      {"2024 Show s03e11", 11},
+      {"S123E4", std::nullopt},
+      {"SE01", std::nullopt},
+      {"S01E", std::nullopt},
+      {"Episode 12", std::nullopt},  // no tag: the caller falls
+                                     // back to the first number
       {"Season 1 S1x02 S02E05", 5},
   };
   for (const auto& [track, number] : tags) EXPECT_EQ(episode::seasonEpisodeIn(track), number) << track;

@@ -81,13 +81,13 @@ std::string helpText(bool window, bool linux) {
   const char* player = linux ? " [--player NAME]" : "";
   std::string text = std::string("Usage: lumerix") + player + " [FILE]\n" + "       lumerix --headless" + player +
                      " [FILE]\n" +
-      "       lumerix --demo [--headless]\n"
-      "       lumerix --dump-cues FILE\n"
-      "       lumerix --help | --version\n"
-      "\n"
-      "Lumerix shows subtitles for video whose player cannot load them, following\n"
-      "the player's position.\n"
-      "\n";
+                     "       lumerix --demo [--headless]\n"
+                     "       lumerix --dump-cues FILE\n"
+                     "       lumerix --help | --version\n"
+                     "\n"
+                     "Lumerix shows subtitles for video whose player cannot load them, following\n"
+                     "the player's position.\n"
+                     "\n";
   text += window ? "  [FILE]             show the subtitle bar, following the media player, with\n"
                    "                     FILE (SubRip .srt or WebVTT .vtt) loaded\n"
                  : "  [FILE]             this build has no window: the same as --headless [FILE]\n";

@@ -200,7 +200,7 @@ class Controller {
   // Reused by every tick, so that steady ticks do not allocate.
   SyncSnapshot snap;
   std::string statusLine;
-  std::string shownStatus;  // what the status line shows; the host hears only of changes
+  std::string shownStatus;         // what the status line shows; the host hears only of changes
   std::vector<std::string> notes;  // waiting for the status line, first first
 };
 

@@ -11,8 +11,8 @@
 #include "subtitles/SRTParser.h"
 #include "ui/Texts.h"
 #include "util/Files.h"
-#include "util/Numbers.h"
 #include "util/JsonText.h"
+#include "util/Numbers.h"
 #include "util/Path.h"
 #include "util/Unicode.h"
 

@@ -45,8 +45,8 @@ Gtk::Widget* GtkDialogs::buildGuide(const Alert& alert) {
     auto* label = Gtk::make_managed<Gtk::Label>();
     // Pango reads the size the C way, whatever the locale.
     const std::string size = cFormat("%gpx", g.fontSize);
-    label->set_markup("<span font=\"" + size + "\"><b>" + markupEscaped(r.heading) +
-                      "</b><span alpha=\"60%\">" + markupEscaped(body) + "</span></span>");
+    label->set_markup("<span font=\"" + size + "\"><b>" + markupEscaped(r.heading) + "</b><span alpha=\"60%\">" +
+                      markupEscaped(body) + "</span></span>");
     label->set_line_wrap(true);
     label->set_line_wrap_mode(Pango::WRAP_WORD_CHAR);
     label->set_max_width_chars(1);  // the grid's width decides where lines break

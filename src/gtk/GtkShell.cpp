@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 
 #include "app/MemorySettingsStore.h"
@@ -59,10 +59,9 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
                                             std::move(source), subtitle, player.conventions);
   host.attach(controller.get());
   const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
-  for (std::string_view note :
-       texts::desktop::notes({.composited = host.composited(),
-                              .waylandWithoutLayerShell = options.backend.waylandWithoutLayerShell,
-                              .gnome = texts::desktop::isGnome(desktop ? desktop : "")})) {
+  for (std::string_view note : texts::desktop::notes({.composited = host.composited(),
+                               .waylandWithoutLayerShell = options.backend.waylandWithoutLayerShell,
+                               .gnome = texts::desktop::isGnome(desktop ? desktop : "")})) {
     controller->postNote(note);
   }
 

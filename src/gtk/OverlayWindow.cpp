@@ -679,8 +679,11 @@ bool OverlayWindow::raiseIfCovered() {
       if (!XGetWindowAttributes(x, children[i], &a) || a.map_state != IsViewable) continue;
       const bool mine = std::find(ours.begin(), ours.end(), children[i]) != ours.end() ||
                         gdk_x11_window_lookup_for_display(display, children[i]);
-      stack.push_back({children[i], {double(a.x), double(a.y), double(a.width), double(a.height)},
-                       a.override_redirect != 0, mine, children[i] == self});
+      stack.push_back({children[i],
+                       {double(a.x), double(a.y), double(a.width), double(a.height)},
+                       a.override_redirect != 0,
+                       mine,
+                       children[i] == self});
     }
     if (children) XFree(children);
   }

@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include "linux/Mpris.h"
-
 namespace lumerix {
 
 SyncCommands linuxSyncCommands(const std::string& helperPath, const std::string& player) {
@@ -15,7 +13,6 @@ SyncCommands linuxSyncCommands(const std::string& helperPath, const std::string&
   // The helper follows only the named player (by its bus name, else by a
   // part of it): whatever it reports is ours.
   c.streamTarget = "";
-  c.streamTargetMatch = MediaRemoteSync::TargetMatch::withInstances;
   c.stream = [helperPath, choice]() -> std::optional<std::vector<std::string>> {
     if (helperPath.empty() || ::access(helperPath.c_str(), X_OK) != 0) return std::nullopt;
     std::vector<std::string> argv{helperPath, "stream"};

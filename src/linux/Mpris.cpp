@@ -11,6 +11,7 @@
 
 #include "util/Files.h"
 #include "util/Path.h"
+#include "util/Unicode.h"
 
 namespace lumerix::mpris {
 
@@ -23,12 +24,8 @@ bool matches(const std::string& busName, const std::string& name) {
 
 bool matchesLoosely(const std::string& busName, const std::string& name) {
   if (!busName.starts_with(busPrefix) || name.empty()) return false;
-  auto lower = [](std::string s) {
-    for (char& c : s) c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-    return s;
-  };
-  const std::string parts = lower(busName.substr(std::string_view(busPrefix).size()));
-  const std::string wanted = lower(name);
+  const std::string parts = unicode::lowercased(std::string_view(busName).substr(std::string_view(busPrefix).size()));
+  const std::string wanted = unicode::lowercased(name);
   for (std::size_t at = 0; at <= parts.size();) {
     std::size_t end = parts.find('.', at);
     if (end == std::string::npos) end = parts.size();
@@ -68,7 +65,7 @@ std::optional<std::string> choose(const std::vector<Player>& players, const std:
   // A name that matches no player exactly is looked for among the parts of
   // the players' names ("celluloid", "chromium", "firefox").
   const bool exact = name.empty() || std::any_of(players.begin(), players.end(),
-                                                  [&](const Player& p) { return matches(p.busName, name); });
+                                                 [&](const Player& p) { return matches(p.busName, name); });
   const Player* paused = nullptr;
   bool lastStillThere = false;
   for (const Player& p : players) {

@@ -5,8 +5,8 @@
 #include <type_traits>
 
 #include "app/MemorySettingsStore.h"
-#include "mac/DefaultsValues.h"
 #import "mac/Conversions.h"
+#include "mac/DefaultsValues.h"
 
 namespace lumerix {
 

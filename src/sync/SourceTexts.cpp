@@ -1,5 +1,7 @@
 #include "sync/SourceTexts.h"
 
+#include "util/Unicode.h"
+
 namespace lumerix {
 
 const SourceTexts& macSourceTexts() {
@@ -29,8 +31,7 @@ namespace {
 // Browsers register on MPRIS only while a video with sound plays: a muted
 // tab is invisible, and the user should hear why rather than "not playing".
 bool isBrowser(std::string_view name) {
-  std::string lower(name);
-  for (char& c : lower) c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+  const std::string lower = unicode::lowercased(name);
   for (std::string_view browser : {"chromium", "chrome", "firefox", "brave", "vivaldi", "opera", "edge", "epiphany"}) {
     if (lower == browser) return true;
   }
@@ -49,7 +50,7 @@ SourceTexts linuxSourceTexts(std::string_view player, const std::vector<std::str
           // Players share their position over the session bus without asking;
           // a refusal can only come from the player itself.
           name.empty() ? "The player refused to answer" : name + " refused to answer",
-          name.empty()       ? "No player is playing"
+          name.empty()      ? "No player is playing"
           : isBrowser(name) ? "Browsers announce only videos with sound: unmute the tab"
                             : name + " is not playing",
           "Cannot read the player",

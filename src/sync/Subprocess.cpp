@@ -79,8 +79,7 @@ Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::ve
       closeFd(p[1]);
     }
   };
-  if ((input && !makeInputChannel(in)) || !makePipe(out) || !makePipe(err) || !makePipe(exitPipe) ||
-      !makePipe(wake)) {
+  if ((input && !makeInputChannel(in)) || !makePipe(out) || !makePipe(err) || !makePipe(exitPipe) || !makePipe(wake)) {
     const int code = errno;
     closeAll();
     return R::failure(std::strerror(code));
@@ -130,8 +129,8 @@ Result<std::unique_ptr<Subprocess>, std::string> Subprocess::start(const std::ve
   ::fcntl(err[0], F_SETFL, O_NONBLOCK);
   ::fcntl(wake[0], F_SETFL, O_NONBLOCK);
   ::fcntl(wake[1], F_SETFL, O_NONBLOCK);
-  return R::success(
-      std::unique_ptr<Subprocess>(new Subprocess(pid, in[0], out[0], err[0], exitPipe[0], exitPipe[1], wake[0], wake[1])));
+  return R::success(std::unique_ptr<Subprocess>(
+      new Subprocess(pid, in[0], out[0], err[0], exitPipe[0], exitPipe[1], wake[0], wake[1])));
 }
 
 Subprocess::Subprocess(pid_t pid, int inFd, int outFd, int errFd, int exitRead, int exitWrite, int wakeRead,
@@ -269,8 +268,7 @@ Subprocess::PumpEnd Subprocess::pumpUntil(const Chunk& onStdout, const Chunk& on
       std::lock_guard<std::mutex> lock(mutex_);
       if (killAt_) killAt = *killAt_;
     }
-    const bool stopAsked = killAt != TimePoint::max();
-    if (stopAsked && steady_clock::now() >= killAt) {
+    if (killAt != TimePoint::max() && steady_clock::now() >= killAt) {
       signalGroup(SIGKILL);  // asked to stop and still there: no more asking
       std::lock_guard<std::mutex> lock(mutex_);
       killAt_.reset();
@@ -375,15 +373,16 @@ std::optional<std::string> ProcessSlot::ask(const std::vector<std::string>& argv
     residentArgv_ = argv;
     residentOut_.clear();
   }
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                                                                std::chrono::duration<double>(timeoutSeconds));
+  const auto deadline =
+      std::chrono::steady_clock::now() +
+      std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(timeoutSeconds));
   // An answer is a line; a helper that floods us without one is stopped.
   static constexpr std::size_t keep = 64 << 10;
   auto line = [this] { return residentOut_.find('\n') != std::string::npos || residentOut_.size() >= keep; };
   const bool sent = resident_->send(std::string(request) + "\n");
-  const auto end = sent ? resident_->pumpUntil([this](std::string_view s) { residentOut_.append(s); }, nullptr, line,
-                                               deadline)
-                        : Subprocess::PumpEnd::exited;
+  const auto end =
+      sent ? resident_->pumpUntil([this](std::string_view s) { residentOut_.append(s); }, nullptr, line, deadline)
+           : Subprocess::PumpEnd::exited;
   const std::size_t at = residentOut_.find('\n');
   if (end == Subprocess::PumpEnd::deadline || at == std::string::npos || cancelled()) {
     // Late, gone or flooding: whatever it says next belongs to no question.

@@ -114,7 +114,8 @@ void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, do
   if (!out.empty() && !out.starts_with("err") && out != "off") {
     const std::size_t bar1 = out.find('|');
     const std::size_t bar2 = bar1 == std::string_view::npos ? bar1 : out.find('|', bar1 + 1);
-    const std::size_t bar3 = !options.answerCarriesRate || bar2 == std::string_view::npos ? bar2 : out.find('|', bar2 + 1);
+    const std::size_t bar3 =
+        !options.answerCarriesRate || bar2 == std::string_view::npos ? bar2 : out.find('|', bar2 + 1);
     if (bar3 != std::string_view::npos) {
       raw = parsePosition(out.substr(bar1 + 1, bar2 - bar1 - 1));
       playingNow = trimSpaces(out.substr(0, bar1)) == "true";
@@ -176,8 +177,8 @@ void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, do
   // A player that says it plays but gives no position (a stream loading, a
   // player between files) is not idle: the stream may know better.
   const bool saysPlaying = options.answerCarriesRate && out.starts_with("true|");
-  idleFlag = out == "off" || out.starts_with("err") ||
-             (out.find("missing value") != std::string_view::npos && !saysPlaying);
+  idleFlag =
+      out == "off" || out.starts_with("err") || (out.find("missing value") != std::string_view::npos && !saysPlaying);
   statusText = permissionDenied ? options.texts.permission : idleFlag ? options.texts.idle : options.texts.unreadable;
 }
 

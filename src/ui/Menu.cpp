@@ -37,17 +37,28 @@ std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style) {
   // The bar's keys: what a click on the bar and then this key does too.
   auto barKey = [](MenuAction action) -> const char* {
     switch (action) {
-      case A::open: return "o";
-      case A::autoPick: return "a";
-      case A::offsetM5: return "←";
-      case A::offsetM1: return ",";
-      case A::offsetP1: return ".";
-      case A::offsetP5: return "→";
-      case A::fontUp: return "+";
-      case A::fontDown: return "-";
-      case A::toggleBG: return "t";
-      case A::quit: return "q";
-      default: return "";
+      case A::open:
+        return "o";
+      case A::autoPick:
+        return "a";
+      case A::offsetM5:
+        return "←";
+      case A::offsetM1:
+        return ",";
+      case A::offsetP1:
+        return ".";
+      case A::offsetP5:
+        return "→";
+      case A::fontUp:
+        return "+";
+      case A::fontDown:
+        return "-";
+      case A::toggleBG:
+        return "t";
+      case A::quit:
+        return "q";
+      default:
+        return "";
     }
   };
   auto useBarKey = [&](MenuItem& item) {
