@@ -689,8 +689,11 @@ TEST(ControllerPanel, HoverAndKeyHints) {
       r.host.calls,
       ElementsAre("backdrop:in", "status:Drag anywhere to move · click once to enable shortcuts", "backdrop:in",
                   "status:Shortcuts active — ←→/,. offset · t background · ± font · o open · q quit", "backdrop:out"));
-  EXPECT_EQ(Controller::debugLine({true, true, 8194, false, 101, {552, 108, 816, 125}}),
+  EXPECT_EQ(Controller::debugLine({true, true, 8194, false, 101, {552, 108, 816, 125}, {}}),
             "PXDBG onActiveSpace=1 visible=1 occlusion=8194 key=0 level=101 frame={{552, 108}, {816, 125}}");
+  // macOS writes the frame as the platform prints a rectangle.
+  EXPECT_EQ(Controller::debugLine({false, true, 2, true, 101, {0.5, 1, 2, 3}, "{{0.5, 1}, {2, 3}}"}),
+            "PXDBG onActiveSpace=0 visible=1 occlusion=2 key=1 level=101 frame={{0.5, 1}, {2, 3}}");
 }
 
 TEST(ControllerMenu, EveryItemReachesItsOperation) {

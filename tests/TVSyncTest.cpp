@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
 
 #include "FakeSystem.h"
@@ -361,6 +362,18 @@ TEST(SyncCommandLines, EachPlatformRunsItsOwnHelpers) {
   EXPECT_EQ(lin.stream(), (std::vector<std::string>{"/bin/true", "stream", "--player", "mpv"}));
   EXPECT_EQ(linuxSyncCommands("/no/such/helper", "").stream(), std::nullopt);
   EXPECT_EQ(linuxSyncCommands("/bin/true", "").streamTarget, "");
+}
+
+// Run by tests/mac/check-bundle.sh on a Lumerix.app built for macOS: the
+// lookup the app makes at start finds the adapter where the build put it.
+TEST(MacBundle, TheAppFindsTheAdapterTheBuildBundled) {
+  const char* contents = std::getenv("LUMERIX_MAC_BUNDLE_CONTENTS");
+  if (!contents) GTEST_SKIP() << "LUMERIX_MAC_BUNDLE_CONTENTS names no bundle";
+  const auto stream = macSyncCommands(std::string(contents)).stream();
+  ASSERT_TRUE(stream) << "no adapter found in " << contents;
+  ASSERT_EQ(stream->size(), 4u);
+  EXPECT_EQ(stream->at(1), std::string(contents) + "/Resources/mediaremote-adapter.pl");
+  EXPECT_EQ(stream->at(2), std::string(contents) + "/Frameworks/MediaRemoteAdapter.framework");
 }
 
 }  // namespace

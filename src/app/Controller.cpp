@@ -530,10 +530,13 @@ void Controller::showOnboarding() noexcept {
 
 std::string Controller::debugLine(const PanelDiagnostics& p) {
   char buf[256];
-  cFormatInto(
-      buf, sizeof buf, "PXDBG onActiveSpace=%d visible=%d occlusion=%lu key=%d level=%ld frame={{%g, %g}, {%g, %g}}",
-      p.onActiveSpace, p.visible, p.occlusion, p.key, p.level, p.frame.x, p.frame.y, p.frame.width, p.frame.height);
-  return buf;
+  cFormatInto(buf, sizeof buf,
+              "PXDBG onActiveSpace=%d visible=%d occlusion=%lu key=%d level=%ld frame=", p.onActiveSpace, p.visible,
+              p.occlusion, p.key, p.level);
+  if (!p.frameText.empty()) return buf + p.frameText;
+  char frame[128];
+  cFormatInto(frame, sizeof frame, "{{%g, %g}, {%g, %g}}", p.frame.x, p.frame.y, p.frame.width, p.frame.height);
+  return std::string(buf) + frame;
 }
 
 // ---- launching ------------------------------------------------------------------------

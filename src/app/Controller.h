@@ -29,6 +29,9 @@ struct PanelDiagnostics {
   bool key = false;
   long level = 0;
   Rect frame;
+  // The platform's own string for the frame (NSStringFromRect on macOS);
+  // empty: the same "{{x, y}, {w, h}}" form, written here.
+  std::string frameText;
 };
 
 // The services a controller talks to; all outlive it.

@@ -349,7 +349,13 @@ void MacOverlayHost::setBandHidden(bool hidden) {
 
 PanelDiagnostics MacOverlayHost::diagnostics() const {
   SubtitlePanel* p = views->panel;
-  return {p.onActiveSpace == YES, p.visible == YES, p.occlusionState, p.keyWindow == YES, p.level, rect(p.frame)};
+  return {p.onActiveSpace == YES,
+          p.visible == YES,
+          p.occlusionState,
+          p.keyWindow == YES,
+          p.level,
+          rect(p.frame),
+          NSStringFromRect(p.frame).UTF8String};
 }
 
 }  // namespace lumerix::mac
