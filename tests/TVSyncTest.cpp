@@ -272,6 +272,10 @@ TEST(TVSyncThread, PollsAHelperAndStopsCleanly) {
     EXPECT_LT(*s.position, 14.0);
     EXPECT_EQ(s.track, "Show S01E01");
 
+    // An app opened from the Finder: osascript answers in Mac OS Roman.
+    dir.write("answer", "true|20|Caf\x8E S01E02\n");
+    EXPECT_TRUE(test::waitFor([&] { return tv.snapshot().track == "Caf\u00e9 S01E02"; })) << tv.snapshot().track;
+
     dir.write("answer", "err|-1743\n");
     EXPECT_TRUE(test::waitFor([&] { return tv.permissionIssue(); }));
     tv.cancel();

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "util/Numbers.h"
+#include "util/TextDecoding.h"
 #include "util/Thread.h"
 #include "util/Unicode.h"
 
@@ -10,9 +11,14 @@ namespace lumerix {
 
 namespace {
 
+// osascript writes in the encoding its environment names: UTF-8 from a
+// terminal, Mac OS Roman for an app opened from the Finder, which has no
+// LANG. Any byte string is Mac OS Roman, so what is not UTF-8 is read as it.
 std::string decodedAndTrimmed(const std::string& bytes) {
-  if (!unicode::isValidUtf8(bytes)) return {};
-  return std::string(unicode::trim(bytes, unicode::isWhitespaceOrLineEnd));
+  std::optional<std::string> text = bytes;
+  if (!unicode::isValidUtf8(bytes)) text = convertToUtf8(bytes, "MACINTOSH");
+  if (!text) return {};
+  return std::string(unicode::trim(*text, unicode::isWhitespaceOrLineEnd));
 }
 
 std::string_view trimSpaces(std::string_view s) {
