@@ -6,8 +6,12 @@
 #include <gtest/gtest.h>
 #include <gtkmm.h>
 #include <pango/pangocairo.h>
+#include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <set>
 
 #include "CommaLocale.h"
 #include "ControllerFakes.h"
@@ -322,6 +326,27 @@ TEST_F(WithGtk, PreferencesShowTheControllersValuesAndWriteThroughIt) {
   window.folderLabel().set_text(std::string(300, 'x'));
   window.folderLabel().get_preferred_width(minimum, natural);
   EXPECT_LE(natural, 200);
+
+  // Start at login: the box writes the desktop's autostart entry, and shows
+  // what the folder holds, also after someone else removed it.
+  char config[] = "/tmp/lumerix-autostart-XXXXXX";
+  ASSERT_NE(::mkdtemp(config), nullptr);
+  const char* old = std::getenv("XDG_CONFIG_HOME");
+  const std::string saved = old ? old : "";
+  ::setenv("XDG_CONFIG_HOME", config, 1);
+  const std::string entry = std::string(config) + "/autostart/io.lumerix.Lumerix.desktop";
+  window.showFromController();
+  EXPECT_FALSE(window.startAtLoginBox().get_active());
+  window.startAtLoginBox().set_active(true);
+  EXPECT_EQ(::access(entry.c_str(), F_OK), 0);
+  ::unlink(entry.c_str());
+  window.showFromController();
+  EXPECT_FALSE(window.startAtLoginBox().get_active());
+  if (old)
+    ::setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
+  else
+    ::unsetenv("XDG_CONFIG_HOME");
+  std::filesystem::remove_all(config);
 }
 
 TEST_F(WithGtk, TheGuideHasItsRowsAndIconsOnlyWhereTheThemeHasThem) {
@@ -387,6 +412,39 @@ TEST(GtkText, ChineseSubtitlesGetABoldCjkFaceAndInk) {
   cairo_surface_t* surface = drawn(400, 60, engine, [&](CairoCanvas& c) { c.drawTextBlock(fill, {0, 10, 400, 40}); });
   EXPECT_GT(inked(surface, 0, 0, 400, 60), 1500) << "glyphs, not empty boxes or nothing";
   cairo_surface_destroy(surface);
+}
+
+// A font that lacks a symbol draws a box with its hex code: every symbol
+// the status line, hints, menu and guide use must have a glyph in the fonts
+// installed (the package depends on them). Taken from the texts' sources,
+// so that a new symbol is checked the day it is written.
+TEST(GtkText, EverySymbolTheTextsUseHasAGlyph) {
+  std::set<gunichar> symbols;
+  for (const char* file : {"ui/Texts.cpp", "ui/Texts.h", "ui/DesktopTexts.h", "ui/Menu.cpp", "ui/Preferences.h",
+                           "ui/Preferences.cpp", "sync/SourceTexts.cpp", "app/Controller.cpp"}) {
+    std::ifstream in(std::string(LUMERIX_SOURCE_DIR) + "/src/" + file);
+    ASSERT_TRUE(in) << file;
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    ASSERT_TRUE(g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr)) << file;
+    for (const char* p = text.c_str(); *p; p = g_utf8_next_char(p)) {
+      if (g_utf8_get_char(p) >= 0x2000) symbols.insert(g_utf8_get_char(p));  // past the Latin and Greek letters
+    }
+  }
+  ASSERT_GE(symbols.size(), 8u) << "the texts were found";
+  TextEngine engine("Sans");
+  for (gunichar c : symbols) {
+    char utf8[8] = {};
+    g_unichar_to_utf8(c, utf8);
+    for (bool bold : {false, true}) {  // the status line, and the guide's titles
+      PangoLayout* layout = engine.layout(attributedLayers(utf8, false, 13, 0, 0).back(), 0);
+      PangoFontDescription* font = pango_font_description_from_string(bold ? "Sans Bold 13" : "Sans 13");
+      pango_layout_set_font_description(layout, font);
+      EXPECT_EQ(pango_layout_get_unknown_glyphs_count(layout), 0)
+          << "no font has U+" << std::hex << std::uppercase << c << " " << utf8 << (bold ? " (bold)" : "");
+      pango_font_description_free(font);
+      g_object_unref(layout);
+    }
+  }
 }
 
 TEST(GtkText, MeasuringWrapsAtTheWidthAsDrawingDoes) {

@@ -1,5 +1,7 @@
+#include <gio/gdesktopappinfo.h>
 #include <gio/gio.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -8,8 +10,10 @@
 #include <thread>
 
 #include "SyncTestSupport.h"
+#include "linux/Autostart.h"
 #include "linux/LinuxSystem.h"
 #include "sync/Subprocess.h"
+#include "util/Files.h"
 #include "util/LatestAnswer.h"
 
 namespace lumerix {
@@ -62,7 +66,7 @@ TEST(LatestAnswer, WaitsBrieflyForAFreshAnswerButNeverTwiceOnAStuckOne) {
 
     *frozen = true;
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(answer.latest(300ms), shared);  // waits its patience, then goes on
+    EXPECT_EQ(answer.latest(300ms), shared);                               // waits its patience, then goes on
     for (int i = 0; i < 50; ++i) EXPECT_EQ(answer.latest(300ms), shared);  // the stuck question is not waited on
     // One wait of 0.3 s; fifty more would take fifteen seconds.
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
@@ -146,6 +150,65 @@ TEST(LinuxSystem, FindsPlayersAgainAfterTheBusRestarts) {
   ASSERT_TRUE(bus.start());
   ASSERT_TRUE(bus.own("org.mpris.MediaPlayer2.fake"));
   EXPECT_TRUE(test::waitFor(found, 10s));
+}
+
+// Start at login: the check box shows what the autostart folder holds,
+// and turning it off by the desktop's own switch counts as off.
+TEST(Autostart, TheEntryIsWrittenReadBackAndRemoved) {
+  test::TempDir home;
+  const char* old = std::getenv("XDG_CONFIG_HOME");
+  const std::string saved = old ? old : "";
+  ::setenv("XDG_CONFIG_HOME", home.path("config").c_str(), 1);
+  const auto entry = autostart::entryPath();
+  if (old)
+    ::setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
+  else
+    ::unsetenv("XDG_CONFIG_HOME");
+  ASSERT_EQ(entry, home.path("config/autostart/io.lumerix.Lumerix.desktop"));
+
+  EXPECT_FALSE(autostart::enabled(*entry));
+  ASSERT_TRUE(autostart::setEnabled(*entry, true, "/opt/My Apps/lumerix"));  // no config folder yet
+  EXPECT_TRUE(autostart::enabled(*entry));
+  std::string text;
+  ASSERT_TRUE(readWholeFile(*entry, text));
+  EXPECT_NE(text.find("\nExec=\"/opt/My Apps/lumerix\"\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\nX-GNOME-Autostart-enabled=true\n"), std::string::npos) << text;
+  if (::system("command -v desktop-file-validate >/dev/null") == 0) {  // installed by setup --ci
+    EXPECT_EQ(::system(("desktop-file-validate '" + *entry + "'").c_str()), 0);
+  }
+
+  home.write("config/autostart/io.lumerix.Lumerix.desktop",
+             "[Desktop Entry]\nType=Application\nExec=lumerix\nX-GNOME-Autostart-enabled = false\n");
+  EXPECT_FALSE(autostart::enabled(*entry)) << "switched off by GNOME";
+  home.write("config/autostart/io.lumerix.Lumerix.desktop", "[Desktop Entry]\nExec=lumerix\nHidden=true\n");
+  EXPECT_FALSE(autostart::enabled(*entry)) << "hidden by the user";
+  home.write("config/autostart/io.lumerix.Lumerix.desktop",
+             "[Desktop Entry]\nExec=lumerix\n[Desktop Action x]\nHidden=true\n");
+  EXPECT_TRUE(autostart::enabled(*entry)) << "another group's key";
+
+  EXPECT_TRUE(autostart::setEnabled(*entry, false, "lumerix"));
+  EXPECT_FALSE(autostart::enabled(*entry));
+  EXPECT_TRUE(autostart::setEnabled(*entry, false, "lumerix")) << "already off";
+}
+
+// What the desktop reads back from Exec is the path, whatever it holds.
+TEST(Autostart, ExecQuotesWhatThePathHolds) {
+  test::TempDir dir;
+  // GLib refuses an entry whose program is not there: real files.
+  for (const std::string name : {"lumerix", "a \"b\"/$x/`y`/back\\slash/lumerix"}) {
+    dir.write(name, "#!/bin/sh\n");
+    const std::string path = dir.path(name);
+    ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
+    dir.write("io.lumerix.Lumerix.desktop", autostart::entryText(path));
+    GDesktopAppInfo* info = g_desktop_app_info_new_from_filename(dir.path("io.lumerix.Lumerix.desktop").c_str());
+    ASSERT_NE(info, nullptr) << autostart::entryText(path);
+    gchar** argv = nullptr;
+    ASSERT_TRUE(g_shell_parse_argv(g_app_info_get_commandline(G_APP_INFO(info)), nullptr, &argv, nullptr));
+    EXPECT_EQ(std::string(argv[0]), path) << g_app_info_get_commandline(G_APP_INFO(info));
+    EXPECT_EQ(argv[1], nullptr);
+    g_strfreev(argv);
+    g_object_unref(info);
+  }
 }
 
 }  // namespace

@@ -103,9 +103,10 @@ std::string helpText(bool window, bool linux) {
   if (linux) {
     text +=
         "  --player NAME      follow the MPRIS player org.mpris.MediaPlayer2.NAME\n"
-        "                     (and its NAME.* instances), e.g. mpv or vlc. Without\n"
-        "                     it: the \"TargetPlayer\" setting, else whichever\n"
-        "                     player is playing\n";
+        "                     (and its NAME.* instances), e.g. mpv or vlc, else\n"
+        "                     one with NAME as a part of its bus name (celluloid,\n"
+        "                     chromium). Without it: the \"TargetPlayer\" setting,\n"
+        "                     else whichever player is playing\n";
   }
   text += window ? "  --demo             the bar against a built-in player that plays from 0 s\n"
                    "                     (\"Demo S01E01\") with a bundled sample subtitle; with\n"
@@ -124,6 +125,24 @@ std::string helpText(bool window, bool linux) {
       "  -h, --help         show this help and exit\n"
       "  --version          print the version and exit\n"
       "\n";
+  if (window) {
+    text +=
+        "Keys on the bar, once it was clicked (right-click: the menu):\n"
+        "  , .                timing offset -0.1 s, +0.1 s\n"
+        "  Left Right         timing offset -0.5 s, +0.5 s\n"
+        "  Up Down            timing rate +0.05 %, -0.05 %\n"
+        "  1 2                two-point calibration: 1 with a line aligned early\n"
+        "                     in the video, 2 with one aligned near the end\n"
+        "  f                  next frame-rate ratio\n"
+        "  a                  the subtitle for the episode playing\n"
+        "  o                  open a subtitle\n"
+        "  t                  outline or black band\n"
+        "  + -                text size\n"
+        "  9 0                band opacity\n"
+        "  Shift+arrows       bar size\n"
+        "  q Escape           quit\n"
+        "\n";
+  }
   text += linux ? "Settings live in $XDG_CONFIG_HOME/lumerix/settings.json (~/.config/...).\n"
                 : "Settings are the app's user defaults (defaults read app.lumerix.Lumerix).\n";
   text += "Exit status 2 for a command line that cannot be understood.\n";

@@ -266,7 +266,8 @@ PanelDiagnostics OverlayWindow::diagnostics() const {
   // The first platform's numbers: occlusion bit 2 is "visible", level 101
   // is above everything.
   return {mapped, mapped && win->get_visible(),          visibility == GDK_VISIBILITY_FULLY_OBSCURED ? 0ul : 2ul,
-          isKey,  kind == BarKind::toplevel ? 3l : 101l, frame};
+          isKey,  kind == BarKind::toplevel ? 3l : 101l, frame,
+          {}};
 }
 
 bool OverlayWindow::composited() const {

@@ -1,5 +1,6 @@
 #include "gtk/PreferencesWindow.h"
 
+#include "linux/Autostart.h"
 #include "ui/Preferences.h"
 
 namespace lumerix::gtk {
@@ -33,10 +34,13 @@ PreferencesWindow::PreferencesWindow(Controller& c)
       opacity(Gtk::ORIENTATION_HORIZONTAL),
       folder(static_cast<int>(prefs::folderLabelMaxWidth)),
       choose(str(prefs::chooseTitle)),
-      folderRow(Gtk::ORIENTATION_HORIZONTAL, 8) {
+      folderRow(Gtk::ORIENTATION_HORIZONTAL, 8),
+      startAtLogin(str(prefs::startAtLoginTitle)) {
+  // One row more than macOS has: start at login.
+  const int height = static_cast<int>(prefs::windowHeight + prefs::rowSpacing + 24);
   set_title(str(prefs::windowTitle));
-  set_default_size(static_cast<int>(prefs::windowWidth), static_cast<int>(prefs::windowHeight));
-  set_size_request(static_cast<int>(prefs::windowWidth), static_cast<int>(prefs::windowHeight));
+  set_default_size(static_cast<int>(prefs::windowWidth), height);
+  set_size_request(static_cast<int>(prefs::windowWidth), height);
   set_resizable(false);
   set_type_hint(Gdk::WINDOW_TYPE_HINT_DIALOG);
   set_keep_above(true);  // over the player the bar floats on
@@ -77,6 +81,7 @@ PreferencesWindow::PreferencesWindow(Controller& c)
   folderRow.pack_start(folder, Gtk::PACK_SHRINK);
   folderRow.pack_start(choose, Gtk::PACK_SHRINK);
   grid.attach(folderRow, 1, row++, 2, 1);
+  grid.attach(startAtLogin, 1, row++, 2, 1);
   add(grid);
 
   font.signal_value_changed().connect([this] {
@@ -97,6 +102,13 @@ PreferencesWindow::PreferencesWindow(Controller& c)
   choose.signal_clicked().connect([this] {
     if (controller.chooseSubtitleFolder()) folder.set_text(controller.preferenceValues().folder);
   });
+  startAtLogin.signal_toggled().connect([this] {
+    if (syncing) return;
+    if (auto entry = autostart::entryPath()) {
+      autostart::setEnabled(*entry, startAtLogin.get_active(), autostart::ownExecutable());
+    }
+    refresh();  // the box shows what the file says, also when writing failed
+  });
   signal_delete_event().connect([this](GdkEventAny*) {
     hide();
     return true;  // kept for the next show
@@ -112,6 +124,9 @@ void PreferencesWindow::refresh() {
   stroke.set_value(v.strokeWidth);
   opacity.set_value(v.alpha);
   background.set_active(static_cast<int>(v.bgMode));
+  const auto entry = autostart::entryPath();
+  startAtLogin.set_sensitive(entry.has_value());
+  startAtLogin.set_active(entry && autostart::enabled(*entry));
   syncing = false;
   folder.set_text(v.folder);
   refreshValueLabels();

@@ -36,6 +36,7 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::Label& fontValueLabel() { return fontValue; }
   Gtk::Label& strokeValueLabel() { return strokeValue; }
   Gtk::Label& alphaValueLabel() { return alphaValue; }
+  Gtk::CheckButton& startAtLoginBox() { return startAtLogin; }
 
  private:
   void refresh();
@@ -51,6 +52,7 @@ class PreferencesWindow : public Gtk::Window {
   CappedLabel folder;
   Gtk::Button choose;
   Gtk::Box folderRow;
+  Gtk::CheckButton startAtLogin;
 };
 
 }  // namespace lumerix::gtk

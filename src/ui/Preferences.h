@@ -30,6 +30,8 @@ inline constexpr std::string_view backgroundItems[] = {"Transparent + outline", 
 inline constexpr std::string_view folderTitle = "Subtitle folder";
 inline constexpr std::string_view folderInitial = "—";
 inline constexpr std::string_view chooseTitle = "Choose…";
+// Linux: a check box that adds Lumerix to the desktop's autostart.
+inline constexpr std::string_view startAtLoginTitle = "Start at Login";
 
 // Value labels, from the sliders' values: the font size truncated ("28"),
 // the outline with one decimal ("7.0"), the opacity as a truncated percentage
