@@ -9,11 +9,13 @@
 #include <random>
 #include <sstream>
 
+#include "SampleSubtitle.h"
 #include "SyncTestSupport.h"
 #include "TestSupport.h"
 #include "app/CommandLine.h"
-#include "headless/HeadlessApp.h"
+#include "app/Demo.h"
 #include "linux/FileSettingsStore.h"
+#include "program/Program.h"
 #include "sync/Subprocess.h"
 #include "ui/DesktopTexts.h"
 #include "util/Files.h"
@@ -232,8 +234,8 @@ TEST(CommandLineProgram, DemoShowsTheSampleOnTimeAndStopsCleanly) {
 
   // The demo's player plays its episode over and over.
   HandClock clock;
-  DemoSync demo(clock, demoLoopSeconds());
-  EXPECT_EQ(demoLoopSeconds(), 18.5 + 3.0);
+  DemoSync demo(clock, demoLoopSeconds(kSampleSubtitle));
+  EXPECT_EQ(demoLoopSeconds(kSampleSubtitle), 18.5 + 3.0);
   clock.now += 21.5 + 2.25;
   EXPECT_DOUBLE_EQ(*demo.snapshot().position, 2.25);
   EXPECT_EQ(demo.snapshot().track, "Demo S01E01");

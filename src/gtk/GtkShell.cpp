@@ -41,8 +41,8 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
   // The demo still speaks as this platform does; only its player is built in.
   player = platform::makePlayerServices(*settings, options.player);
   if (options.demo) {
-    source = std::make_unique<DemoSync>(clock, demoLoopSeconds());
-    demoFolder.emplace();
+    source = std::make_unique<DemoSync>(clock, demoLoopSeconds(options.demoSample));
+    demoFolder.emplace(options.demoSample);
     subtitle = demoFolder->subtitle();
     if (!subtitle) std::cerr << "lumerix: no folder for the demo's sample subtitle (" << demoFolder->error() << ")\n";
   } else {

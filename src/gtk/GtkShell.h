@@ -7,6 +7,7 @@
 #include <string>
 
 #include "app/Controller.h"
+#include "app/Demo.h"
 #include "app/PlatformServices.h"
 #include "gtk/DisplayBackend.h"
 #include "gtk/GtkDialogs.h"
@@ -14,14 +15,14 @@
 #include "gtk/PangoText.h"
 #include "gtk/PreferencesWindow.h"
 #include "gtk/TrayMenu.h"
-#include "headless/HeadlessApp.h"
 
 namespace lumerix::gtk {
 
 struct ShellOptions {
   std::optional<std::string> subtitle;  // an existing file
   bool demo = false;
-  std::string player;  // MPRIS name; empty: the "TargetPlayer" setting, else any player
+  std::string_view demoSample;  // the bundled sample subtitle's text, for the demo
+  std::string player;           // MPRIS name; empty: the "TargetPlayer" setting, else any player
   BackendChoice backend;
   bool tray = true;  // false where no session bus could carry it
 };

@@ -4,11 +4,12 @@
 #include <iostream>
 #include <vector>
 
+#include "SampleSubtitle.h"
 #include "app/CommandLine.h"
 #include "app/Controller.h"
 #include "gtk/GtkShell.h"
 #include "gtk/SessionBus.h"
-#include "headless/HeadlessApp.h"
+#include "program/Program.h"
 #include "ui/DesktopTexts.h"
 
 namespace {
@@ -20,6 +21,7 @@ int runBar(const lumerix::CommandLine& cl) {
   using namespace lumerix;
   gtk::ShellOptions options;
   options.demo = cl.demo;
+  options.demoSample = kSampleSubtitle;
   options.player = cl.player;
   options.backend = gtk::chooseBackend();
   // The bar draws with Cairo alone: GDK need not load an OpenGL driver,
@@ -74,5 +76,5 @@ int runBar(const lumerix::CommandLine& cl) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return lumerix::runProgram(argc, argv, runBar);
+  return lumerix::runProgram(argc, argv, kSampleSubtitle, runBar);
 }

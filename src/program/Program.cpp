@@ -1,4 +1,4 @@
-#include "headless/HeadlessApp.h"
+#include "program/Program.h"
 
 #include <signal.h>
 #include <sys/stat.h>
@@ -15,8 +15,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "SampleSubtitle.h"
 #include "app/Controller.h"
+#include "app/Demo.h"
 #include "app/MemorySettingsStore.h"
 #include "app/PlatformServices.h"
 #include "subtitles/SRTParser.h"
@@ -49,41 +49,6 @@ extern "C" void onStopSignal(int) {
 
 }  // namespace
 
-DemoFolder::DemoFolder() {
-  std::vector<std::string> candidates;
-  if (const char* tmp = std::getenv("TMPDIR"); tmp && tmp[0] == '/') candidates.emplace_back(tmp);
-  candidates.emplace_back("/tmp");
-  for (const std::string& base : candidates) {
-    struct stat st {};
-    if (::stat(base.c_str(), &st) != 0) {
-      problem = base + ": " + std::strerror(errno);
-      continue;
-    }
-    if (!S_ISDIR(st.st_mode)) {
-      problem = base + ": " + std::strerror(ENOTDIR);
-      continue;
-    }
-    std::string pattern = path::append(base, "lumerix-demo-XXXXXX");
-    if (!::mkdtemp(pattern.data())) {
-      problem = base + ": " + std::strerror(errno);
-      continue;
-    }
-    root = pattern;
-    const std::string file = path::append(root, "sample.srt");
-    if (!writeFileAtomically(file, kSampleSubtitle)) {
-      problem = file + ": " + std::strerror(errno);
-      return;
-    }
-    sample = file;
-    return;
-  }
-}
-
-DemoFolder::~DemoFolder() {
-  std::error_code ignored;
-  if (!root.empty()) std::filesystem::remove_all(root, ignored);
-}
-
 ConsoleHost::ConsoleHost(const Clock& clock, std::ostream& out) : clock(clock), started(clock.uptime()), out(out) {}
 
 double ConsoleHost::elapsed() const {
@@ -110,14 +75,6 @@ void ConsoleHost::flushText(std::optional<double> position, std::optional<double
     more["sub"] = millis(*subtitleTime);
   }
   printLine(out, elapsed(), "text", shown->first, more);
-}
-
-double demoLoopSeconds() {
-  double last = 0;
-  if (auto cues = SRTParser::parseBytes(kSampleSubtitle)) {
-    for (const Cue& cue : cues.value()) last = std::max(last, cue.end);
-  }
-  return last + 3.0;
 }
 
 Size ConsoleHost::measureText(const TextLayer& layer, Size bounds) {
@@ -160,9 +117,9 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   std::optional<DemoFolder> demo;
   std::optional<std::string> subtitle;
   if (options.demo) {
-    source = std::make_unique<DemoSync>(clock, demoLoopSeconds());
+    source = std::make_unique<DemoSync>(clock, demoLoopSeconds(options.demoSample));
     player.fused = nullptr;
-    demo.emplace();
+    demo.emplace(options.demoSample);
     subtitle = demo->subtitle();
     if (!subtitle) err << "lumerix: no folder for the demo's sample subtitle (" << demo->error() << ")\n";
   } else {
@@ -218,7 +175,8 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   return out ? 0 : 1;
 }
 
-int runProgram(int argc, char** argv, const std::function<int(const CommandLine&)>& showBar) {
+int runProgram(int argc, char** argv, std::string_view demoSample,
+               const std::function<int(const CommandLine&)>& showBar) {
   std::ios::sync_with_stdio(false);
   const CommandLine cl = parseCommandLine({argv + 1, argv + argc});
   switch (cl.mode) {
@@ -236,8 +194,9 @@ int runProgram(int argc, char** argv, const std::function<int(const CommandLine&
       }
       if (auto note = missingStartupFileNote(cl.file)) std::cerr << *note << '\n';
       if (!cl.headless && showBar) return showBar(cl);
-      return runHeadless({cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo, cl.player},
-                         std::cout, std::cerr);
+      return runHeadless(
+          {cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo, cl.player, demoSample},
+          std::cout, std::cerr);
     case CommandLine::Mode::usageError:
       std::cerr << cl.error << '\n';
       return 2;

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <atomic>
-#include <cmath>
 #include <functional>
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "app/CommandLine.h"
 #include "platform/Clock.h"
@@ -58,52 +58,11 @@ class ConsoleDialogs : public NullDialogs {
   std::atomic<bool>& quitRequested;
 };
 
-// A player that started playing at creation and plays its episode again
-// and again: the demo's source, so the whole program can be seen working
-// with no player at all.
-class DemoSync : public SyncSource {
- public:
-  // loopSeconds: the episode's length; it starts over from 0 after it.
-  DemoSync(const Clock& clock, double loopSeconds) : clock(clock), started(clock.uptime()), loopSeconds(loopSeconds) {}
-  void start() override {}
-  void cancel() override {}
-  void snapshotInto(SyncSnapshot& into) override {
-    into = {std::fmod(clock.uptime() - started, loopSeconds), true, "Demo S01E01", "", false, false};
-  }
-  bool permissionIssue() override { return false; }
-
- private:
-  const Clock& clock;
-  const double started;
-  const double loopSeconds;
-};
-
-// How long the demo's episode runs: its sample's last cue, then a pause.
-double demoLoopSeconds();
-
-// A private folder holding the bundled sample subtitle for one run, so the
-// demo never touches the user's files; it goes when the run ends. Placed in
-// $TMPDIR when that is a usable folder, else in /tmp.
-class DemoFolder {
- public:
-  DemoFolder();
-  ~DemoFolder();
-  DemoFolder(const DemoFolder&) = delete;
-  DemoFolder& operator=(const DemoFolder&) = delete;
-  // The sample's path; absent when no folder could be made (why: error()).
-  const std::optional<std::string>& subtitle() const { return sample; }
-  const std::string& error() const { return problem; }
-
- private:
-  std::string root;
-  std::optional<std::string> sample;
-  std::string problem;
-};
-
 struct HeadlessOptions {
   std::optional<std::string> subtitle;
   bool demo = false;
-  std::string player;  // MPRIS name; empty: the "TargetPlayer" setting, else any player
+  std::string player;           // MPRIS name; empty: the "TargetPlayer" setting, else any player
+  std::string_view demoSample;  // the bundled sample subtitle's text, for the demo
 };
 
 // Runs the controller at 20 ticks a second until SIGINT or SIGTERM (or a
@@ -115,6 +74,9 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
 // help, version, --dump-cues and --headless are answered here; the launch
 // form goes to showBar, or, in a build without a window (showBar empty),
 // runs headless with a note saying so. Returns the exit status.
-int runProgram(int argc, char** argv, const std::function<int(const CommandLine&)>& showBar);
+// demoSample: the bundled sample subtitle's text (SampleSubtitle.h, which
+// the build makes from samples/sample.srt).
+int runProgram(int argc, char** argv, std::string_view demoSample,
+               const std::function<int(const CommandLine&)>& showBar);
 
 }  // namespace lumerix
