@@ -140,6 +140,57 @@ TEST(TVSyncAnswers, TheClockRunsAtThePlayersRateAndNeverBackwards) {
   EXPECT_TRUE(q.tv.snapshot().idle);
 }
 
+// Players that count in steps: Firefox reports whole seconds, VLC and Totem
+// move every quarter second or so. The clock follows the player's real
+// position (the step edges), not its rounded answers, never runs back, and a
+// position that sits on a step is not a stall.
+TEST(TVSyncAnswers, SteppedPositionsAreFollowedOnTheirEdges) {
+  TVSync::Options linux;
+  linux.answerCarriesRate = true;
+  linux.stepEdges = true;
+  struct Player {
+    double step, rate, within;
+  };
+  for (Player player : {Player{1.0, 1.0, 0.15}, Player{1.0, 1.5, 0.15}, Player{0.26, 0.5, 0.05},
+                        Player{0.26, 1.0, 0.05}, Player{0.0, 1.0, 0.005}}) {
+    Poller p(linux);
+    const double start = p.system.now;
+    auto truth = [&](double at) { return 100 + (at - start) * player.rate; };
+    double shown = -1, worst = 0;
+    for (int i = 0; i < 40; ++i) {
+      const double t = truth(p.system.now + 0.05);  // the player answers in the middle of the run
+      const double reported = player.step > 0 ? std::floor(t / player.step) * player.step : t;
+      p.poll("true|" + cFormat("%.6f|%g", reported, player.rate) + "|x", "", 0.0);
+      EXPECT_FALSE(p.tv.snapshot().holding) << "step " << player.step << ", poll " << i;
+      const double gap = TVSync::steppedPollGap(i + 1, 0.35);
+      ASSERT_NEAR(gap, 0.35, 0.05);
+      for (double waited = 0; waited < gap; waited += 0.05) {  // the display's ticks
+        const double now = p.position();
+        EXPECT_GE(now, shown - 1e-9) << "went back: step " << player.step << ", poll " << i;
+        shown = now;
+        if (i >= 10) worst = std::max(worst, std::fabs(now - truth(p.system.now)));
+        p.system.advance(std::min(0.05, gap - waited));
+      }
+    }
+    EXPECT_LT(worst, player.within) << "step " << player.step << " at " << player.rate << "x";
+  }
+
+  // Seeks either way are taken at once, also a short one back on a precise
+  // player; a position that stays put well past its step is a stall.
+  Poller p(linux);
+  double at = 10;
+  for (int i = 0; i < 10; ++i, at += 0.45) p.poll(cFormat("true|%.3f|1|x", at));
+  p.poll(cFormat("true|%.3f|1|x", at - 1.0));  // one second back
+  EXPECT_NEAR(p.position(), at - 1.0 + 0.4, 1e-6);
+  p.poll("true|60|1|x");
+  EXPECT_NEAR(p.position(), 60.4, 1e-6);
+  p.poll("true|60.45|1|x");
+  EXPECT_FALSE(p.tv.snapshot().holding);
+  for (int i = 0; i < 2; ++i) p.poll("true|60.45|1|x");
+  EXPECT_TRUE(p.tv.snapshot().holding);
+  EXPECT_DOUBLE_EQ(p.position(), 60.45);
+}
+
 TEST(TVSyncAnswers, AFrozenPositionWhilePlayingHoldsTheClock) {
   Poller p;
   p.poll("true|50|x");

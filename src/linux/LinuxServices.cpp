@@ -31,6 +31,7 @@ PlayerServices makePlayerServices(SettingsStore& settings, const std::string& pl
   // One resident helper answers every poll, with the player's rate.
   poller.resident = true;
   poller.answerCarriesRate = true;
+  poller.stepEdges = true;
   // MPRIS players answer in full screen as they do windowed.
   auto fused =
       std::make_unique<FusedSync>(*p.system, std::make_unique<TVSync>(*p.system, poller),

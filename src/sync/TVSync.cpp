@@ -1,5 +1,6 @@
 #include "sync/TVSync.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "util/Numbers.h"
@@ -86,8 +87,16 @@ std::optional<CommandOutput> TVSync::runOsascript(const std::vector<std::string>
   return CommandOutput{decodedAndTrimmed(output->out), decodedAndTrimmed(output->err)};
 }
 
+double TVSync::steppedPollGap(int n, double interval) {
+  // The golden ratio's fractions never repeat: answers land at every phase
+  // of a player's steps instead of at the same few.
+  const double spread = std::fmod(n * 0.6180339887498949, 1.0);
+  return interval + (spread - 0.5) * 0.1;
+}
+
 void TVSync::main() {
   nameCurrentThread("TVSync", true);
+  int polls = 0;
   while (!worker.stopped()) {
     maybeRequestConsent();
     const double t0 = system.uptime();
@@ -102,7 +111,8 @@ void TVSync::main() {
     const double t1 = system.uptime();
     if (worker.stopped()) break;
     applyPoll(answer ? answer->out : "", answer ? answer->err : "", t0, t1);
-    if (!worker.pause(options.pollInterval)) break;
+    const double gap = options.stepEdges ? steppedPollGap(++polls, options.pollInterval) : options.pollInterval;
+    if (!worker.pause(gap)) break;
   }
   worker.processes().closeResident();
 }
@@ -139,6 +149,14 @@ void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, do
     permissionDenied = false;
     consentGranted = true;
     idleFlag = false;
+    if (options.stepEdges) {
+      applySteppedPoll(*raw, playingNow, rateNow, (t0 + t1) * 0.5);
+      track = std::string(name);
+      failedPolls = 0;
+      ok = true;
+      statusText.clear();
+      return;
+    }
     const double previous = lastRawPos.value_or(INFINITY);
     lastRawPos = raw;
     stallPolls = std::fabs(*raw - previous) < 0.001 ? stallPolls + 1 : 0;
@@ -186,6 +204,88 @@ void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, do
   idleFlag =
       out == "off" || out.starts_with("err") || (out.find("missing value") != std::string_view::npos && !saysPlaying);
   statusText = permissionDenied ? options.texts.permission : idleFlag ? options.texts.idle : options.texts.unreadable;
+}
+
+// A player's position at an answer is never ahead of where it really was:
+// one that counts in steps reports the last step it passed, up to a step
+// behind. So the clock is placed from the answers of the last few seconds
+// together, on the step edges, rather than up to a step behind each
+// rounded answer. A precise player is followed as closely as before.
+void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, double m) {
+  constexpr double window = 4.0;           // s of answers kept: a dozen
+  constexpr std::size_t stepSamples = 20;  // steps the player's step is learnt from
+  const bool changed = !lastRawPos || std::fabs(raw - *lastRawPos) >= 0.001;
+  const bool moving = playingNow && rateNow > 0;
+  if (changed && lastRawPos && ok && playing && !stalled && moving && rateNow == rate) {
+    // How long the last value was seen, in the player's time: a precise
+    // player's hardly at all, a whole-second player's up to a second.
+    spans.push_back((anchorTS - unchangedSince) * rate);
+    if (spans.size() > stepSamples) spans.pop_front();
+  }
+  if (changed) unchangedSince = m;
+  lastRawPos = raw;
+  // The player's step, for what counts as a seek or a stall: the longest a
+  // value lasted and the gap before the answer that saw it change; none
+  // for a player whose every answer is new. Until a few steps tell, the
+  // coarsest that players use: a second.
+  double step = 1.0;
+  if (spans.size() >= 6) {
+    const double longest = *std::max_element(spans.begin(), spans.end());
+    step = longest > 0 ? longest + (m - anchorTS) * rateNow : 0.0;
+  }
+
+  const double predicted = anchorPos + (playing && !stalled ? (m - anchorTS) * rate : 0.0);
+  const double shortfall = predicted - raw;
+  // Still on the same step after longer than a step takes at this speed:
+  // the player is stalled (buffering) while it says it plays.
+  if (moving && ok && (m - unchangedSince) * rateNow > step + 0.5) {
+    stalled = true;
+    bounds.clear();
+    anchorPos = raw;
+    anchorTS = m;
+    playing = true;
+    rate = rateNow;
+    return;
+  }
+  // A seek, a new speed, a pause or a first answer: what was learnt of the
+  // player's clock no longer holds.
+  const bool continues =
+      ok && moving && playing && !stalled && rateNow == rate && shortfall <= step + 0.35 && shortfall >= -1.5;
+  if (!continues) bounds.clear();
+  const double previousOffset = anchorPos - rate * anchorTS;
+  const double previousTS = anchorTS;
+  stalled = false;
+  playing = playingNow;
+  rate = rateNow;
+  anchorTS = m;
+  if (!moving) {
+    anchorPos = raw;
+    return;
+  }
+  // Each answer puts the clock's offset (position minus rate × time) at or
+  // above its own. Answers at random phases of a step spread over the step
+  // below the true offset: the highest is the closest bound, the spread
+  // tells the step (a precise player's answers hardly spread at all), and
+  // the offset lies most likely in the middle of what is left.
+  bounds.push_back({m, raw - rateNow * m});
+  while (bounds.front().at < m - window) bounds.pop_front();
+  double low = INFINITY, high = -INFINITY;
+  for (const Bound& b : bounds) {
+    low = std::min(low, b.offset);
+    high = std::max(high, b.offset);
+  }
+  const double n = static_cast<double>(bounds.size());
+  const double stepSeen = n >= 4 ? (high - low) * (n + 1) / (n - 1) : 0.0;
+  // Steps of a video frame or less (mpv's position moves frame by frame)
+  // are the player's own clock as users see it: followed through their middle.
+  double offset = stepSeen < 0.06 ? (low + high) / 2 : high + (low + stepSeen - high) / 2;
+  // When the best bound leaves the window the next may be lower: come down
+  // to it by at most a tenth of the time passing, less than a tick of the
+  // display moves on, so the shown clock never runs back.
+  if (continues && offset < previousOffset) {
+    offset = std::max(offset, previousOffset - 0.1 * rateNow * (m - previousTS));
+  }
+  anchorPos = offset + rateNow * m;
 }
 
 void TVSync::maybeRequestConsent() {

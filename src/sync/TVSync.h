@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -58,6 +59,10 @@ class TVSync : public SyncSource {
     // at that rate; a rate of 0 while playing (stalled, seeking) stops it.
     bool resident = false;
     bool answerCarriesRate = false;
+    // Linux: players whose positions come in steps (Firefox: whole
+    // seconds; VLC and Totem: their update period) are followed on the
+    // step edges rather than on each rounded answer. See applySteppedPoll.
+    bool stepEdges = false;
   };
 
   TVSync(System& system, Options options);
@@ -77,12 +82,19 @@ class TVSync : public SyncSource {
   // before and after the run. Poll thread (tests call it directly).
   void applyPoll(std::string_view out, std::string_view err, double t0, double t1);
 
+  // The pause after poll n where answers may come in steps: the interval
+  // give or take 50 ms, so that the answers fall at every phase of a step
+  // (a steady rhythm can keep sampling the same part of each second).
+  static double steppedPollGap(int n, double interval);
+
   // Before each poll: asks the system for consent to automate the player
   // until it is granted, at most every 20 s. Poll thread.
   void maybeRequestConsent();
 
  private:
   void main();
+  // applyPoll's answer with a position, where options.stepEdges. Lock held.
+  void applySteppedPoll(double raw, bool playingNow, double rateNow, double m);
 
   System& system;
   const Options options;
@@ -101,6 +113,16 @@ class TVSync : public SyncSource {
   int stallPolls = 0;
   bool stalled = false;
   int failedPolls = 0;
+  // With stepEdges: the answers of the last seconds as the clock's offset
+  // they give (position minus rate × time), how long each of the last
+  // values lasted (the player's step, learnt), and since when the position
+  // has not moved.
+  struct Bound {
+    double at, offset;
+  };
+  std::deque<Bound> bounds;
+  std::deque<double> spans;
+  double unchangedSince = 0;
 
   // Poll thread only.
   bool consentGranted = false;
