@@ -16,6 +16,7 @@
 #include "CommaLocale.h"
 #include "ControllerFakes.h"
 #include "FakeSystem.h"
+#include "ScopedEnv.h"
 #include "app/Controller.h"
 #include "gtk/Blur.h"
 #include "gtk/CairoCanvas.h"
@@ -331,9 +332,7 @@ TEST_F(WithGtk, PreferencesShowTheControllersValuesAndWriteThroughIt) {
   // what the folder holds, also after someone else removed it.
   char config[] = "/tmp/lumerix-autostart-XXXXXX";
   ASSERT_NE(::mkdtemp(config), nullptr);
-  const char* old = std::getenv("XDG_CONFIG_HOME");
-  const std::string saved = old ? old : "";
-  ::setenv("XDG_CONFIG_HOME", config, 1);
+  std::optional<test::ScopedEnv> home(std::in_place, "XDG_CONFIG_HOME", config);
   const std::string entry = std::string(config) + "/autostart/io.lumerix.Lumerix.desktop";
   window.showFromController();
   EXPECT_FALSE(window.startAtLoginBox().get_active());
@@ -342,10 +341,7 @@ TEST_F(WithGtk, PreferencesShowTheControllersValuesAndWriteThroughIt) {
   ::unlink(entry.c_str());
   window.showFromController();
   EXPECT_FALSE(window.startAtLoginBox().get_active());
-  if (old)
-    ::setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
-  else
-    ::unsetenv("XDG_CONFIG_HOME");
+  home.reset();
   std::filesystem::remove_all(config);
 }
 

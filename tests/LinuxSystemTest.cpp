@@ -9,6 +9,7 @@
 #include <memory>
 #include <thread>
 
+#include "ScopedEnv.h"
 #include "SyncTestSupport.h"
 #include "linux/Autostart.h"
 #include "linux/LinuxSystem.h"
@@ -156,14 +157,11 @@ TEST(LinuxSystem, FindsPlayersAgainAfterTheBusRestarts) {
 // and turning it off by the desktop's own switch counts as off.
 TEST(Autostart, TheEntryIsWrittenReadBackAndRemoved) {
   test::TempDir home;
-  const char* old = std::getenv("XDG_CONFIG_HOME");
-  const std::string saved = old ? old : "";
-  ::setenv("XDG_CONFIG_HOME", home.path("config").c_str(), 1);
-  const auto entry = autostart::entryPath();
-  if (old)
-    ::setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
-  else
-    ::unsetenv("XDG_CONFIG_HOME");
+  std::optional<std::string> entry;
+  {
+    test::ScopedEnv config("XDG_CONFIG_HOME", home.path("config"));
+    entry = autostart::entryPath();
+  }
   ASSERT_EQ(entry, home.path("config/autostart/io.lumerix.Lumerix.desktop"));
 
   EXPECT_FALSE(autostart::enabled(*entry));

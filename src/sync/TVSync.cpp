@@ -149,34 +149,30 @@ void TVSync::applyPoll(std::string_view out, std::string_view err, double t0, do
     permissionDenied = false;
     consentGranted = true;
     idleFlag = false;
-    if (options.stepEdges) {
-      applySteppedPoll(*raw, playingNow, rateNow, (t0 + t1) * 0.5);
-      track = std::string(name);
-      failedPolls = 0;
-      ok = true;
-      statusText.clear();
-      return;
-    }
-    const double previous = lastRawPos.value_or(INFINITY);
-    lastRawPos = raw;
-    stallPolls = std::fabs(*raw - previous) < 0.001 ? stallPolls + 1 : 0;
     // The player answered somewhere inside the run; its middle is the best guess.
     const double m = (t0 + t1) * 0.5;
-    if (playingNow && ok && stallPolls >= 2) {
-      stalled = true;
-      anchorPos = *raw;
-      anchorTS = m;
-      playing = true;
+    const double previous = lastRawPos.value_or(INFINITY);
+    stallPolls = std::fabs(*raw - previous) < 0.001 ? stallPolls + 1 : 0;
+    if (options.stepEdges) {
+      applySteppedPoll(*raw, playingNow, rateNow, m);
     } else {
-      stalled = false;
-      const double predicted = anchorPos + (playing ? (m - anchorTS) * rate : 0.0);
-      // Small disagreements are jitter: move part of the way. Anything
-      // else (first sample, play/pause, a new speed, a seek) is taken as it is.
-      const bool smooth = playingNow == playing && rateNow == rate && ok && std::fabs(*raw - predicted) <= 0.4;
-      anchorPos = smooth ? predicted + (*raw - predicted) * 0.3 : *raw;
-      anchorTS = m;
-      playing = playingNow;
-      rate = rateNow;
+      lastRawPos = raw;
+      if (playingNow && ok && stallPolls >= 2) {
+        stalled = true;
+        anchorPos = *raw;
+        anchorTS = m;
+        playing = true;
+      } else {
+        stalled = false;
+        const double predicted = anchorPos + (playing ? (m - anchorTS) * rate : 0.0);
+        // Small disagreements are jitter: move part of the way. Anything
+        // else (first sample, play/pause, a new speed, a seek) is taken as it is.
+        const bool smooth = playingNow == playing && rateNow == rate && ok && std::fabs(*raw - predicted) <= 0.4;
+        anchorPos = smooth ? predicted + (*raw - predicted) * 0.3 : *raw;
+        anchorTS = m;
+        playing = playingNow;
+        rate = rateNow;
+      }
     }
     track = std::string(name);
     failedPolls = 0;

@@ -9,7 +9,9 @@ fails when the shown cue is wrong outside a short settling time after each
 event. It prints the error of cue changes against the true boundaries and
 the settling time after each seek.
 """
-import argparse, json, os, signal, socket, statistics, subprocess, sys, threading, time
+import json, os, signal, socket, statistics, subprocess, sys, threading, time
+
+from e2e_common import Follower, arguments, counting_subtitle, pct, quit_failures, verdict
 
 SETTLE = 1.5        # s after an event in which a wrong cue is forgiven
 NEAR_BOUNDARY = 0.15  # s around a cue boundary where either cue is fine
@@ -58,21 +60,10 @@ def wait_for(cond, timeout, what):
     sys.exit(f"e2e: timed out waiting for {what}")
 
 
-def pct(values, p):
-    values = sorted(values)
-    return values[min(len(values) - 1, int(round(p * (len(values) - 1))))]
-
-
 def main():
-    ap = argparse.ArgumentParser()
-    ap.add_argument("--lumerix", required=True)
-    ap.add_argument("--work", required=True)
-    args = ap.parse_args()
-    clip, srt, sock = (os.path.join(args.work, n) for n in ("clip.mp4", "clip.srt", "mpv.sock"))
-
-    with open(srt, "w") as f:
-        for s in range(CLIP_SECONDS):
-            f.write(f"{s + 1}\n00:{s // 60:02d}:{s % 60:02d},000 --> 00:{(s + 1) // 60:02d}:{(s + 1) % 60:02d},000\n{s}\n\n")
+    args = arguments()
+    clip, sock = (os.path.join(args.work, n) for n in ("clip.mp4", "mpv.sock"))
+    srt = counting_subtitle(args.work, CLIP_SECONDS)
 
     openbox = subprocess.Popen(["openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     mpv = subprocess.Popen(["mpv", "--no-config", "--script=/usr/lib/mpv-mpris/mpris.so", "--ao=null", "--vo=x11",
@@ -83,28 +74,9 @@ def main():
     ipc = Mpv(sock)
     wait_for(lambda: (ipc.call("get_property", "time-pos") or 0) > 0.2, 10, "mpv to start playing")
 
-    env = dict(os.environ, XDG_CONFIG_HOME=os.path.join(args.work, "config"))
-    lum = subprocess.Popen([args.lumerix, "--headless", "--player", "mpv", srt], stdout=subprocess.PIPE, env=env)
-    t0 = time.monotonic()
-    shown = []      # (time, cue number or None) as Lumerix printed them
-    statuses = []   # (time, status)
-    fullscreen = []  # (time, bool)
-    positions = []  # (time, player position Lumerix used for that text, if any)
-
-    def read_lumerix():
-        for raw in lum.stdout:
-            now = time.monotonic() - t0
-            msg = json.loads(raw)
-            if "text" in msg:
-                text = msg["text"]
-                shown.append((now, int(text) if text.isdigit() and not msg["brand"] else None))
-                positions.append((now, msg.get("pos")))
-            elif "status" in msg:
-                statuses.append((now, msg["status"]))
-            elif "fullscreen" in msg:
-                fullscreen.append((now, msg["fullscreen"]))
-    reader = threading.Thread(target=read_lumerix, daemon=True)
-    reader.start()
+    follower = Follower(args.lumerix, "mpv", srt, args.work)
+    lum, t0, reader = follower.proc, follower.t0, follower.reader
+    shown, positions, statuses, fullscreen = follower.shown, follower.positions, follower.statuses, follower.fullscreen
 
     samples = []  # (time, mpv time-pos, paused)
     events = []   # (time, what)
@@ -148,13 +120,7 @@ def main():
     reader.join(timeout=5)
     openbox.terminate()
 
-    failures = []
-    if not still_running:
-        failures.append("Lumerix exited by itself after mpv quit")
-    if code != 0:
-        failures.append(f"Lumerix exit status {code} after SIGTERM")
-    if not any(t > quit_at and s.startswith("◌ ") for t, s in statuses):
-        failures.append("no idle status after mpv quit: " + repr([s for t, s in statuses if t > quit_at][-3:]))
+    failures = quit_failures("mpv", still_running, code, statuses, quit_at)
     fs_on = next((t for t, on in fullscreen if on), None)
     if fs_on is None:
         failures.append("full screen was never detected")
@@ -247,11 +213,7 @@ def main():
     for what, settled in settles:
         if settled is None or settled > SETTLE:
             failures.append(f"{what}: not settled within {SETTLE} s")
-    if failures:
-        print("e2e FAILED:\n  " + "\n  ".join(failures))
-        return 1
-    print("e2e passed")
-    return 0
+    return verdict(failures)
 
 
 if __name__ == "__main__":

@@ -10,11 +10,13 @@ script plays, pauses, seeks, plays at 1.5x and 0.5x and quits VLC, and fails
 when a cue is wrong outside a short settling time after each event, or goes
 backwards. It prints how late cue changes come at each speed.
 """
-import argparse, json, os, signal, statistics, subprocess, sys, threading, time
+import os, signal, statistics, subprocess, sys, threading, time
 
 import gi
 gi.require_version("Gio", "2.0")
 from gi.repository import Gio, GLib
+
+from e2e_common import Follower, arguments, counting_subtitle, pct, quit_failures, verdict
 
 SETTLE = 1.5
 NEAR_BOUNDARY = 0.15
@@ -24,20 +26,9 @@ SCRIPT = [(12.0, "pause"), (14.0, "play"), (16.0, "seek +10"), (19.0, "rate 1.5"
 BUS, PATH, PLAYER = "org.mpris.MediaPlayer2.vlc", "/org/mpris/MediaPlayer2", "org.mpris.MediaPlayer2.Player"
 
 
-def pct(values, p):
-    values = sorted(values)
-    return values[min(len(values) - 1, int(round(p * (len(values) - 1))))]
-
-
 def main():
-    ap = argparse.ArgumentParser()
-    ap.add_argument("--lumerix", required=True)
-    ap.add_argument("--work", required=True)
-    args = ap.parse_args()
-    srt = os.path.join(args.work, "clip.srt")
-    with open(srt, "w") as f:
-        for s in range(CLIP_SECONDS):
-            f.write(f"{s + 1}\n00:{s // 60:02d}:{s % 60:02d},000 --> 00:{(s + 1) // 60:02d}:{(s + 1) % 60:02d},000\n{s}\n\n")
+    args = arguments()
+    srt = counting_subtitle(args.work, CLIP_SECONDS)
 
     vlc = subprocess.Popen(["vlc", "--intf", "dummy", "--control", "dbus", "--vout", "dummy", "--aout", "dummy",
                             "--no-video-title-show", os.path.join(args.work, "clip.mp4")],
@@ -58,21 +49,8 @@ def main():
             sys.exit("e2e: VLC did not start playing")
         time.sleep(0.05)
 
-    env = dict(os.environ, XDG_CONFIG_HOME=os.path.join(args.work, "config"))
-    lum = subprocess.Popen([args.lumerix, "--headless", "--player", "vlc", srt], stdout=subprocess.PIPE, env=env)
-    t0 = time.monotonic()
-    shown, statuses = [], []
-
-    def read_lumerix():
-        for raw in lum.stdout:
-            now = time.monotonic() - t0
-            msg = json.loads(raw)
-            if "text" in msg:
-                text = msg["text"]
-                shown.append((now, int(text) if text.isdigit() and not msg["brand"] else None))
-            elif "status" in msg:
-                statuses.append((now, msg["status"]))
-    threading.Thread(target=read_lumerix, daemon=True).start()
+    follower = Follower(args.lumerix, "vlc", srt, args.work)
+    lum, t0, shown, statuses = follower.proc, follower.t0, follower.shown, follower.statuses
 
     samples = []  # (time, VLC's position, rate) where a new value first showed
     alive = True
@@ -117,13 +95,7 @@ def main():
     lum.send_signal(signal.SIGTERM)
     code = lum.wait(timeout=10)
 
-    failures = []
-    if not still_running:
-        failures.append("Lumerix exited by itself after VLC quit")
-    if code != 0:
-        failures.append(f"Lumerix exit status {code} after SIGTERM")
-    if not any(t > quit_at and s.startswith("◌ ") for t, s in statuses):
-        failures.append("no idle status after VLC quit: " + repr([s for t, s in statuses if t > quit_at][-3:]))
+    failures = quit_failures("VLC", still_running, code, statuses, quit_at)
 
     def settling(t):
         return any(0 <= t - e < SETTLE for e, _ in events)
@@ -178,11 +150,7 @@ def main():
         failures.append(f"the wrong cue at {wrong} moments")
     if sum(len(v) for v in late.values()) < 15:
         failures.append(f"only {sum(len(v) for v in late.values())} cue changes measured")
-    if failures:
-        print("e2e FAILED:\n  " + "\n  ".join(failures))
-        return 1
-    print("e2e passed")
-    return 0
+    return verdict(failures)
 
 
 if __name__ == "__main__":

@@ -22,6 +22,8 @@ nothing, so a stacking fault fails the check. Checks, in order:
 3. openbox without a compositor: the status line says the bar cannot be
    see-through.
 4. mutter (--x11 --replace) over a full-screen mpv: on top, readable, keys.
+5. A screen that shrinks (Xephyr nested in the display, resized by xrandr
+   as a monitor change would): the bar comes back onto it, whole.
 """
 import argparse, difflib, json, os, re, signal, subprocess, sys, time
 
@@ -372,6 +374,41 @@ def no_compositor_checks(args, screen, env, compositor):
     bar.stop()
 
 
+def shrink_checks(args, env):
+    """A nested X server whose screen shrinks under the running bar."""
+    read, write = os.pipe()
+    xephyr = subprocess.Popen(["Xephyr", "-displayfd", str(write), "-screen", "1280x720", "-resizeable", "-ac"],
+                              pass_fds=(write,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    os.close(write)
+    with os.fdopen(read) as f:
+        display = ":" + f.readline().strip()
+    nested = dict(env, DISPLAY=display)
+    outer = os.environ["DISPLAY"]
+    os.environ["DISPLAY"] = display  # for xdotool and xrandr
+    wm = subprocess.Popen(["openbox"], env=nested, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        time.sleep(1)
+        bar = Bar(args.lumerix, ["--demo"], nested)
+        time.sleep(0.5)
+        for width, height in ((800, 600), (640, 480)):
+            sh("xrandr", "-s", f"{width}x{height}", check=False)
+
+            def inside():
+                x, y, w, h = bar.geometry()
+                return x >= 0 and y >= 0 and x + w <= width and y + h <= height
+            end = time.monotonic() + 3
+            while not inside() and time.monotonic() < end:
+                time.sleep(0.1)
+            check(inside(), f"the screen shrinks to {width}x{height}: the bar comes back onto it, whole",
+                  str(bar.geometry()))
+        bar.stop()
+    finally:
+        wm.terminate()
+        xephyr.terminate()
+        xephyr.wait(10)
+        os.environ["DISPLAY"] = outer
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--lumerix", required=True)
@@ -406,6 +443,7 @@ def main():
     finally:
         mutter.terminate()
         mutter.wait(10)
+    shrink_checks(args, env)
 
     print(f"{len(FAILURES)} failed" if FAILURES else "all checks passed")
     sys.exit(1 if FAILURES else 0)
