@@ -45,6 +45,7 @@ BusFacts probeBuses() {
   }
   facts.session = true;
   facts.accessibility = nameAvailable(bus, "org.a11y.Bus");
+  facts.trayHost = nameAvailable(bus, "org.kde.StatusNotifierWatcher");
   g_object_unref(bus);
   return facts;
 }

@@ -9,6 +9,7 @@ namespace lumerix::gtk {
 struct BusFacts {
   bool session = false;        // a session bus answers (a tray and players are possible)
   bool accessibility = false;  // the accessibility bus runs or can be started on demand
+  bool trayHost = false;       // a StatusNotifier host (a panel that shows tray icons) watches
 };
 
 BusFacts probeBuses();

@@ -31,11 +31,13 @@ int runBar(const lumerix::CommandLine& cl) {
   // GTK's accessibility bridge warns on every start when it has no bus to
   // talk to; with none, it could do nothing anyway.
   if (!buses.accessibility) g_setenv("NO_AT_BRIDGE", "1", TRUE);
-  options.tray = buses.session;
   if (!gtk_init_check(nullptr, nullptr)) {
     std::cerr << texts::desktop::noDisplay << '\n';
     return 2;
   }
+  // Without a tray host the tray library falls back to an X11 tray icon,
+  // which a Wayland display cannot show (GTK complains on every start).
+  options.tray = buses.session && (buses.trayHost || gtk::barKind() == gtk::BarKind::x11Popup);
   if (auto note = missingStartupFileNote(cl.file)) std::cerr << *note << '\n';
   if (!buses.session) std::cerr << texts::desktop::noSessionBus << '\n';
   // A reader of our output that goes away must not kill us mid-save.

@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# The bar on sway (wlroots), the Wayland layer-shell path: sway headless
+# with its software renderer, a full-screen mpv drawing through Wayland
+# shared memory, and Lumerix following it; grim's screenshot read back by
+# OCR. Checks that the cue reads above the full-screen player, that the bar
+# is a layer surface (not a window sway manages), that mpv stays full
+# screen, and that GTK and the libraries print no CRITICAL. sway refuses to
+# run as root: as root, this runs itself again as the unprivileged user
+# lumerix-e2e (made here when missing).
+# Usage: tests/gui/run-sway.sh [BUILD_DIR]   (default: build)
+# Needs: scripts/setup --ci (sway, grim)
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+build=$(realpath "${1:-build}")
+if [[ $(id -u) -eq 0 ]]; then
+  id lumerix-e2e >/dev/null 2>&1 || useradd --create-home --shell /bin/bash lumerix-e2e
+  exec runuser -u lumerix-e2e -- bash "$PWD/tests/gui/run-sway.sh" "$build"
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+ffmpeg -loglevel error -y -f lavfi -i color=c=0x203050:s=320x180:d=120:r=25 -c:v libx264 -preset ultrafast \
+  -g 25 -metadata title="Lumerix check" "$work/clip.mp4"
+for s in $(seq 0 119); do
+  printf '%d\n00:%02d:%02d,000 --> 00:%02d:%02d,000\nLayer shell line %d\n\n' \
+    $((s + 1)) $((s / 60)) $((s % 60)) $(((s + 1) / 60)) $(((s + 1) % 60)) "$s"
+done >"$work/clip.srt"
+mkdir -m 700 "$work/run"
+export XDG_RUNTIME_DIR=$work/run WLR_BACKENDS=headless WLR_RENDERER=pixman WLR_LIBINPUT_NO_DEVICES=1
+export XDG_CONFIG_HOME=$work/config NO_AT_BRIDGE=1
+unset DISPLAY WAYLAND_DISPLAY
+printf 'output HEADLESS-1 resolution 1280x720\nxwayland disable\n' >"$work/sway.conf"
+
+dbus-run-session -- bash -s "$build" "$work" <<'INNER' 2> >(grep -v 'fd limit' >&2)
+set -uo pipefail
+build=$1 work=$2
+fails=0
+check() {  # check DESCRIPTION COMMAND...
+  local what=$1
+  shift
+  if "$@"; then echo "ok    sway: $what"; else echo "FAIL  sway: $what"; fails=$((fails + 1)); fi
+}
+sway -c "$work/sway.conf" >"$work/sway.log" 2>&1 &
+sway=$!
+for _ in $(seq 100); do [[ -S $XDG_RUNTIME_DIR/wayland-1 ]] && break; sleep 0.1; done
+export WAYLAND_DISPLAY=wayland-1 SWAYSOCK=$(ls "$XDG_RUNTIME_DIR"/sway-ipc.*.sock)
+tree() { swaymsg -t get_tree; }
+fullscreen_mpv() { tree | tr -d ' \n' | grep -q '"fullscreen_mode":1,[^{}]*"app_id":"mpv"\|"app_id":"mpv"[^{}]*"fullscreen_mode":1'; }
+mpv --no-config --script=/usr/lib/mpv-mpris/mpris.so --ao=null --vo=wlshm --fs --no-terminal "$work/clip.mp4" &
+mpv=$!
+for _ in $(seq 100); do fullscreen_mpv && break; sleep 0.1; done
+"$build/lumerix" --player mpv "$work/clip.srt" >"$work/lumerix.out" 2>"$work/lumerix.err" &
+lumerix=$!
+sleep 5
+grim "$work/shot.png"
+seen=$(tesseract "$work/shot.png" - 2>/dev/null | tr '\n' ' ')
+check "the cue reads above the full-screen mpv" grep -q "Layer shell line" <<<"$seen"
+check "mpv stays full screen" fullscreen_mpv
+check "the bar is a layer surface, not a window sway manages" bash -c "! swaymsg -t get_tree | grep -q '\"name\": \"Lumerix\"'"
+kill "$lumerix"
+wait "$lumerix"
+status=$?
+check "quits cleanly on SIGTERM" test "$status" -eq 0
+check "no CRITICAL from GTK or the libraries" bash -c "! grep -q CRITICAL '$work/lumerix.err'"
+((fails)) && { echo "read: $seen"; cat "$work/lumerix.err"; }
+kill "$mpv" "$sway" 2>/dev/null
+wait 2>/dev/null
+if ((fails)); then echo "sway: $fails checks failed"; exit 1; fi
+echo "sway: all checks passed"
+INNER
