@@ -212,7 +212,9 @@ void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, doubl
   constexpr std::size_t stepSamples = 20;  // steps the player's step is learnt from
   const bool changed = !lastRawPos || std::fabs(raw - *lastRawPos) >= 0.001;
   const bool moving = playingNow && rateNow > 0;
-  if (changed && lastRawPos && ok && playing && !stalled && moving && rateNow == rate) {
+  // The same speed, give or take its rounding: VLC set to 1.5 says 1.5015 at times.
+  const bool sameRate = std::fabs(rateNow - rate) <= 0.005 * rate;
+  if (changed && lastRawPos && ok && playing && !stalled && moving && sameRate) {
     // How long the last value was seen, in the player's time: a precise
     // player's hardly at all, a whole-second player's up to a second.
     spans.push_back((anchorTS - unchangedSince) * rate);
@@ -246,9 +248,8 @@ void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, doubl
   // A seek, a new speed, a pause or a first answer: what was learnt of the
   // player's clock no longer holds.
   const bool continues =
-      ok && moving && playing && !stalled && rateNow == rate && shortfall <= step + 0.35 && shortfall >= -1.5;
+      ok && moving && playing && !stalled && sameRate && shortfall <= step + 0.35 && shortfall >= -1.5;
   if (!continues) bounds.clear();
-  const double previousOffset = anchorPos - rate * anchorTS;
   const double previousTS = anchorTS;
   stalled = false;
   playing = playingNow;
@@ -258,30 +259,29 @@ void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, doubl
     anchorPos = raw;
     return;
   }
-  // Each answer puts the clock's offset (position minus rate × time) at or
-  // above its own. Answers at random phases of a step spread over the step
-  // below the true offset: the highest is the closest bound, the spread
-  // tells the step (a precise player's answers hardly spread at all), and
-  // the offset lies most likely in the middle of what is left.
-  bounds.push_back({m, raw - rateNow * m});
+  // Each answer, carried forward at the player's speed to now, puts the
+  // clock at or above it. Answers at random phases of a step spread over the
+  // step below the true position: the highest is the closest bound, the
+  // spread tells the step (a precise player's answers hardly spread at
+  // all), and the position lies most likely in the middle of what is left.
+  bounds.push_back({m, raw});
   while (bounds.front().at < m - window) bounds.pop_front();
   double low = INFINITY, high = -INFINITY;
   for (const Bound& b : bounds) {
-    low = std::min(low, b.offset);
-    high = std::max(high, b.offset);
+    const double now = b.position + (m - b.at) * rateNow;
+    low = std::min(low, now);
+    high = std::max(high, now);
   }
   const double n = static_cast<double>(bounds.size());
   const double stepSeen = n >= 4 ? (high - low) * (n + 1) / (n - 1) : 0.0;
   // Steps of a video frame or less (mpv's position moves frame by frame)
   // are the player's own clock as users see it: followed through their middle.
-  double offset = stepSeen < 0.06 ? (low + high) / 2 : high + (low + stepSeen - high) / 2;
+  double position = stepSeen < 0.06 ? (low + high) / 2 : high + (low + stepSeen - high) / 2;
   // When the best bound leaves the window the next may be lower: come down
   // to it by at most a tenth of the time passing, less than a tick of the
   // display moves on, so the shown clock never runs back.
-  if (continues && offset < previousOffset) {
-    offset = std::max(offset, previousOffset - 0.1 * rateNow * (m - previousTS));
-  }
-  anchorPos = offset + rateNow * m;
+  if (continues && position < predicted) position = std::max(position, predicted - 0.1 * rateNow * (m - previousTS));
+  anchorPos = position;
 }
 
 void TVSync::maybeRequestConsent() {

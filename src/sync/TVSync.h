@@ -113,12 +113,11 @@ class TVSync : public SyncSource {
   int stallPolls = 0;
   bool stalled = false;
   int failedPolls = 0;
-  // With stepEdges: the answers of the last seconds as the clock's offset
-  // they give (position minus rate × time), how long each of the last
-  // values lasted (the player's step, learnt), and since when the position
-  // has not moved.
+  // With stepEdges: the answers of the last seconds (when, position), how
+  // long each of the last values lasted (the player's step, learnt), and
+  // since when the position has not moved.
   struct Bound {
-    double at, offset;
+    double at, position;
   };
   std::deque<Bound> bounds;
   std::deque<double> spans;

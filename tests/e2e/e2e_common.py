@@ -7,10 +7,12 @@ def pct(values, p):
     return values[min(len(values) - 1, int(round(p * (len(values) - 1))))]
 
 
-def arguments():
+def arguments(player=False):
     ap = argparse.ArgumentParser()
     ap.add_argument("--lumerix", required=True)
     ap.add_argument("--work", required=True)
+    if player:
+        ap.add_argument("--player", choices=("vlc", "chromium"), required=True)
     return ap.parse_args()
 
 
