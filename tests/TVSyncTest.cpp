@@ -152,8 +152,9 @@ TEST(TVSyncAnswers, SteppedPositionsAreFollowedOnTheirEdges) {
     double step, rate, within;
     double saysRate = 0;  // every other answer: VLC set to 1.5 says 1.5015 at times
   };
-  for (Player player : {Player{1.0, 1.0, 0.15}, Player{1.0, 1.5, 0.15}, Player{0.26, 0.5, 0.05},
-                        Player{0.26, 1.0, 0.05}, Player{0.26, 1.5, 0.05, 1.5015}, Player{0.0, 1.0, 0.005}}) {
+  for (Player player :
+       {Player{1.0, 1.0, 0.15}, Player{1.0, 1.5, 0.15}, Player{0.26, 0.5, 0.05}, Player{0.26, 1.0, 0.05},
+        Player{0.26, 1.5, 0.05, 1.5015}, Player{0.5, 1.5, 0.1}, Player{0.0, 1.0, 0.005}}) {
     Poller p(linux);
     const double start = p.system.now;
     auto truth = [&](double at) { return 100 + (at - start) * player.rate; };

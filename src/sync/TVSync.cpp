@@ -223,13 +223,14 @@ void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, doubl
   if (changed) unchangedSince = m;
   lastRawPos = raw;
   // The player's step, for what counts as a seek or a stall: the longest a
-  // value lasted and the gap before the answer that saw it change; none
-  // for a player whose every answer is new. Until a few steps tell, the
-  // coarsest that players use: a second.
+  // value lasted and the gap before the answer that saw it change, or the
+  // spread of the last answers where every answer is new (VLC at 1.5x moves
+  // half a second between answers a third of a second apart). Until a few
+  // steps tell, the coarsest that players use: a second.
   double step = 1.0;
   if (spans.size() >= 6) {
     const double longest = *std::max_element(spans.begin(), spans.end());
-    step = longest > 0 ? longest + (m - anchorTS) * rateNow : 0.0;
+    step = std::max(longest > 0 ? longest + (m - anchorTS) * rateNow : 0.0, spread);
   }
 
   const double predicted = anchorPos + (playing && !stalled ? (m - anchorTS) * rate : 0.0);
@@ -274,6 +275,7 @@ void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, doubl
   }
   const double n = static_cast<double>(bounds.size());
   const double stepSeen = n >= 4 ? (high - low) * (n + 1) / (n - 1) : 0.0;
+  if (n >= 4) spread = stepSeen;
   // Steps of a video frame or less (mpv's position moves frame by frame)
   // are the player's own clock as users see it: followed through their middle.
   double position = stepSeen < 0.06 ? (low + high) / 2 : high + (low + stepSeen - high) / 2;

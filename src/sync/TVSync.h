@@ -121,6 +121,7 @@ class TVSync : public SyncSource {
   };
   std::deque<Bound> bounds;
   std::deque<double> spans;
+  double spread = 0;  // the step the last answers' spread showed
   double unchangedSince = 0;
 
   // Poll thread only.
