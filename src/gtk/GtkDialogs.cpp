@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "ui/DesktopTexts.h"
 #include "util/Numbers.h"
 
 namespace lumerix::gtk {
@@ -72,6 +73,7 @@ int GtkDialogs::runAlert(const Alert& alert) {
     for (std::size_t i = 0; i < alert.buttons.size(); ++i) dialog.add_button(alert.buttons[i], static_cast<int>(i));
   }
   dialog.set_default_response(0);
+  dialog.set_title(std::string(texts::brandName));
   dialog.set_keep_above(true);  // over the player the bar floats on
   dialog.set_position(Gtk::WIN_POS_CENTER);
   const int answer = dialog.run();
@@ -79,7 +81,8 @@ int GtkDialogs::runAlert(const Alert& alert) {
 }
 
 std::optional<std::string> GtkDialogs::chooseFile(const std::vector<std::string>& extensions) {
-  auto chooser = Gtk::FileChooserNative::create("", Gtk::FILE_CHOOSER_ACTION_OPEN);
+  auto chooser =
+      Gtk::FileChooserNative::create(std::string(texts::desktop::openSubtitleTitle), Gtk::FILE_CHOOSER_ACTION_OPEN);
   auto filter = Gtk::FileFilter::create();
   std::string name;
   for (const std::string& ext : extensions) {
@@ -99,7 +102,8 @@ std::optional<std::string> GtkDialogs::chooseFile(const std::vector<std::string>
 }
 
 std::optional<std::string> GtkDialogs::chooseFolder() {
-  auto chooser = Gtk::FileChooserNative::create("", Gtk::FILE_CHOOSER_ACTION_SELECT_FOLDER);
+  auto chooser = Gtk::FileChooserNative::create(std::string(texts::desktop::chooseFolderTitle),
+                                                Gtk::FILE_CHOOSER_ACTION_SELECT_FOLDER);
   if (chooser->run() != Gtk::RESPONSE_ACCEPT) return std::nullopt;
   const std::string path = chooser->get_filename();
   return path.empty() ? std::nullopt : std::optional(path);

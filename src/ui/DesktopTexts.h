@@ -29,6 +29,11 @@ inline constexpr std::string_view noDisplay =
 inline constexpr std::string_view noSessionBus =
     "lumerix: no session bus, so no tray icon and no media player to follow; right-click the bar for its menu";
 
+// Window titles of the dialogs, for the desktop's task switcher and title
+// bars (macOS shows none on its panels and alerts).
+inline constexpr std::string_view openSubtitleTitle = "Open Subtitle";
+inline constexpr std::string_view chooseFolderTitle = "Choose the Subtitle Folder";
+
 // What the window shell found out about the desktop.
 struct Facts {
   bool composited = true;                 // translucent windows come out translucent

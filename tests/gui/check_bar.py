@@ -202,6 +202,8 @@ def stacking_checks(args):
     pid = str(bar.proc.pid)
     guide = wait_for(lambda: (w := sh("xdotool", "getactivewindow", check=False).strip()) and w != bar.wid
                      and sh("xdotool", "getwindowpid", w, check=False).strip() == pid and w, 10, "the first-run guide")
+    title = sh("xdotool", "getwindowname", guide, check=False).strip()
+    check(title == "Lumerix", "the guide has a title for the task switcher", repr(title))
     sh("xdotool", "windowactivate", mpv_wid)
     time.sleep(1)
     check(above(bar.wid, mpv_wid) and above(guide, bar.wid),
