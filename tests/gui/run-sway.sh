@@ -27,6 +27,9 @@ done >"$work/clip.srt"
 mkdir -m 700 "$work/run"
 export XDG_RUNTIME_DIR=$work/run WLR_BACKENDS=headless WLR_RENDERER=pixman WLR_LIBINPUT_NO_DEVICES=1
 export XDG_CONFIG_HOME=$work/config NO_AT_BRIDGE=1
+# Not a first run: the guide (a window titled Lumerix too) stays away.
+mkdir -p "$work/config/lumerix"
+echo '{"DidOnboard": true}' >"$work/config/lumerix/settings.json"
 unset DISPLAY WAYLAND_DISPLAY
 printf 'output HEADLESS-1 resolution 1280x720\nxwayland disable\n' >"$work/sway.conf"
 
