@@ -13,6 +13,7 @@
 #include "SyncTestSupport.h"
 #include "linux/Autostart.h"
 #include "linux/LinuxSystem.h"
+#include "sync/FusedSync.h"
 #include "sync/Subprocess.h"
 #include "util/Files.h"
 #include "util/LatestAnswer.h"
@@ -87,6 +88,7 @@ class PrivateBus {
     return test::waitFor([&] { return (connection = connect()) != nullptr; }, 5s);
   }
   void stop() {
+    stopServing();
     if (connection) g_object_unref(connection);
     connection = nullptr;
     if (daemon) daemon->stop(1s);
@@ -101,9 +103,41 @@ class PrivateBus {
     if (reply) g_variant_unref(reply);
     return reply != nullptr;
   }
+  // Answers org.mpris.MediaPlayer2's Fullscreen with *full, on a thread of
+  // its own (the asker waits for the answer).
+  void serveFullscreen(const std::atomic<bool>* full) {
+    static const char* xml =
+        "<node><interface name='org.mpris.MediaPlayer2'>"
+        "<property name='Fullscreen' type='b' access='read'/></interface></node>";
+    info = g_dbus_node_info_new_for_xml(xml, nullptr);
+    static const GDBusInterfaceVTable vtable = {
+        nullptr,
+        [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GError**,
+           gpointer data) -> GVariant* {
+          return g_variant_new_boolean(static_cast<const std::atomic<bool>*>(data)->load());
+        },
+        nullptr,
+        {}};
+    context = g_main_context_new();
+    g_main_context_push_thread_default(context);
+    g_dbus_connection_register_object(connection, "/org/mpris/MediaPlayer2", info->interfaces[0], &vtable,
+                                      const_cast<std::atomic<bool>*>(full), nullptr, nullptr);
+    g_main_context_pop_thread_default(context);
+    loop = g_main_loop_new(context, FALSE);
+    server = std::thread([this] { g_main_loop_run(loop); });
+  }
   const std::string address;
 
  private:
+  void stopServing() {
+    if (!loop) return;
+    g_main_loop_quit(loop);
+    server.join();
+    g_main_loop_unref(loop);
+    g_main_context_unref(context);
+    g_dbus_node_info_unref(info);
+    loop = nullptr;
+  }
   GDBusConnection* connect() {
     GDBusConnection* c = g_dbus_connection_new_for_address_sync(
         address.c_str(),
@@ -115,6 +149,10 @@ class PrivateBus {
   }
   std::unique_ptr<Subprocess> daemon;
   GDBusConnection* connection = nullptr;
+  GDBusNodeInfo* info = nullptr;
+  GMainContext* context = nullptr;
+  GMainLoop* loop = nullptr;
+  std::thread server;
 };
 
 // After the session bus restarts, the players on it are found again.
@@ -151,6 +189,42 @@ TEST(LinuxSystem, FindsPlayersAgainAfterTheBusRestarts) {
   ASSERT_TRUE(bus.start());
   ASSERT_TRUE(bus.own("org.mpris.MediaPlayer2.fake"));
   EXPECT_TRUE(test::waitFor(found, 10s));
+}
+
+// On Wayland a native player's window is out of the X list's sight: the
+// player's own MPRIS word on full screen is what counts there, and only there.
+TEST(LinuxSystem, OnWaylandThePlayersOwnFullscreenWordCounts) {
+  if (::access("/usr/bin/dbus-daemon", X_OK) != 0) GTEST_SKIP() << "needs dbus-daemon";
+  if (kThreadSanitizer) GTEST_SKIP() << "GDBus under ThreadSanitizer reports its own locking as races";
+  test::TempDir dir;
+  PrivateBus bus(dir.path("bus"));
+  ASSERT_TRUE(bus.start());
+  test::ScopedEnv address("DBUS_SESSION_BUS_ADDRESS", bus.address);
+  ::unsetenv("DISPLAY");
+  ASSERT_TRUE(bus.own("org.mpris.MediaPlayer2.fake"));
+  std::atomic<bool> full{false};
+  bus.serveFullscreen(&full);
+  auto fullscreen = [](LinuxSystem& system) {
+    system.waitForFreshAnswers(3s);
+    const auto windows = system.onScreenWindows();
+    return isFullscreen(system.targetProcessIds(), windows, system.screenSizes());
+  };
+  {
+    test::ScopedEnv wayland("WAYLAND_DISPLAY", "wayland-1");
+    LinuxSystem system("fake");
+    ASSERT_TRUE(test::waitFor([&] { return system.targetProcessIds() == std::vector<int>{::getpid()}; }));
+    EXPECT_FALSE(fullscreen(system));
+    full = true;
+    EXPECT_TRUE(test::waitFor([&] { return fullscreen(system); }));
+    full = false;
+    EXPECT_TRUE(test::waitFor([&] { return !fullscreen(system); }));
+    full = true;
+    EXPECT_TRUE(test::waitFor([&] { return fullscreen(system); }));
+  }
+  test::ScopedEnv wayland("WAYLAND_DISPLAY", "");
+  LinuxSystem x11("fake");
+  ASSERT_TRUE(test::waitFor([&] { return x11.targetProcessIds() == std::vector<int>{::getpid()}; }));
+  EXPECT_FALSE(fullscreen(x11)) << "on X11 the window manager's word is the one";
 }
 
 // Start at login: the check box shows what the autostart folder holds,

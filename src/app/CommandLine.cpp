@@ -95,9 +95,13 @@ std::string helpText(bool window, bool linux) {
       "  --headless [FILE]  follow the media player and print, one JSON object a\n"
       "                     line, every change of the shown text\n"
       "                     ({\"t\", \"text\", \"brand\"}) and of the status line\n"
-      "                     ({\"t\", \"status\"}) and of the player's full-screen\n"
-      "                     state ({\"t\", \"fullscreen\"}: the now-playing stream\n"
-      "                     leads then); t is seconds since start. FILE is\n"
+      "                     ({\"t\", \"status\"}) and of the player's full-screen\n";
+  text += linux ? "                     state ({\"t\", \"fullscreen\"}: the window manager's\n"
+                  "                     word on X11, the player's own on Wayland); t is\n"
+                  "                     seconds since start. FILE is\n"
+                : "                     state ({\"t\", \"fullscreen\"}: the now-playing stream\n"
+                  "                     leads then); t is seconds since start. FILE is\n";
+  text +=
       "                     the subtitle to load. Stops on Ctrl-C, saving the timing\n"
       "                     next to FILE as FILE.sync.json.\n";
   if (linux) {

@@ -47,8 +47,15 @@ class Prober {
 
   LinuxSystem::View ask() {
     LinuxSystem::View v;
-    v.pids = pids();
+    std::vector<WindowInfo> said;
+    v.pids = pids(said);
     v.windows = windows();
+    // A native Wayland player has no window we can see: its own word, where
+    // it keeps one, is all there is. XWayland players still show in the X list.
+    if (!said.empty()) {
+      if (!v.windows) v.windows.emplace();
+      v.windows->insert(v.windows->end(), said.begin(), said.end());
+    }
     v.screens = screens();
     return v;
   }
@@ -96,8 +103,12 @@ class Prober {
     return x;
   }
 
-  std::vector<int> pids() {
+  // The players' process ids; on Wayland also what each says of its own
+  // full screen (the MPRIS Fullscreen property, which not every player has).
+  std::vector<int> pids(std::vector<WindowInfo>& said) {
     std::vector<int> pids;
+    const char* wayland = std::getenv("WAYLAND_DISPLAY");
+    const bool askFullscreen = wayland && *wayland;
     GDBusConnection* c = bus();
     if (!c) return pids;
     GVariant* names = g_dbus_connection_call_sync(c, "org.freedesktop.DBus", "/org/freedesktop/DBus",
@@ -117,10 +128,28 @@ class Prober {
       g_variant_get(pid, "(u)", &value);
       pids.push_back(static_cast<int>(value));
       g_variant_unref(pid);
+      if (askFullscreen) {
+        if (auto full = fullscreenProperty(c, name)) said.push_back({static_cast<int>(value), 0, 0, *full});
+      }
     }
     g_variant_iter_free(iter);
     g_variant_unref(names);
     return pids;
+  }
+
+  static std::optional<bool> fullscreenProperty(GDBusConnection* c, const char* name) {
+    GVariant* reply = g_dbus_connection_call_sync(
+        c, name, "/org/mpris/MediaPlayer2", "org.freedesktop.DBus.Properties", "Get",
+        g_variant_new("(ss)", "org.mpris.MediaPlayer2", "Fullscreen"), G_VARIANT_TYPE("(v)"), G_DBUS_CALL_FLAGS_NONE,
+        500, nullptr, nullptr);
+    if (!reply) return std::nullopt;  // a player without the property, or one that did not answer
+    GVariant* value = nullptr;
+    g_variant_get(reply, "(v)", &value);
+    std::optional<bool> full;
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN)) full = g_variant_get_boolean(value) != FALSE;
+    g_variant_unref(value);
+    g_variant_unref(reply);
+    return full;
   }
 
   std::optional<std::vector<WindowInfo>> windows() {

@@ -32,7 +32,9 @@ class LinuxSystem : public System {
   // Process ids of the matching players on the session bus.
   std::vector<int> targetProcessIds() override;
   // Viewable client windows (the window manager's list) that carry a
-  // _NET_WM_PID, with their real sizes; empty without an X display.
+  // _NET_WM_PID, with their real sizes and full-screen state; on Wayland
+  // also a sizeless entry per player that says (MPRIS Fullscreen) whether
+  // it is full screen. Empty without either.
   std::optional<std::vector<WindowInfo>> onScreenWindows() override;
   // Each monitor's size (RandR), else the screen's.
   std::vector<ScreenSize> screenSizes() override;
