@@ -98,7 +98,7 @@ def main():
     with open(srt, "w") as f:
         f.write("1\n00:00:00,000 --> 01:00:00,000\nA cue on screen the whole time\n")
     mpv = subprocess.Popen(["mpv", "--no-config", "--script=/usr/lib/mpv-mpris/mpris.so", "--ao=null", "--vo=x11",
-                            "--no-terminal", "--geometry=640x360+100+100", "--loop-file=inf",
+                            "--no-terminal", "--sub-auto=no", "--geometry=640x360+100+100", "--loop-file=inf",
                             os.path.join(work, "clip.mp4")])
     subprocess.run(["gdbus", "wait", "--session", "--timeout", "15", "org.mpris.MediaPlayer2.mpv"], check=True)
     run("following mpv, cue shown", ["--player", "mpv", srt], env)

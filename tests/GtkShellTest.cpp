@@ -127,6 +127,12 @@ TEST(GtkPanelGeometry, SavedFramesComeBackOntoAMonitor) {
   EXPECT_EQ(clampOntoMonitors({0, 0, 3000, 2000}, two, min), (Rect{0, 0, 1920, 1080}));
   EXPECT_EQ(clampOntoMonitors({10, 10, 100, 20}, two, min), (Rect{10, 10, 320, 90}));
   EXPECT_EQ(clampOntoMonitors({10, 10, 100, 20}, {}, min), (Rect{10, 10, 320, 90}));
+  // The output a layer surface goes on agrees with where the frame is put,
+  // also when the monitor it holds most of is not the first.
+  EXPECT_EQ(monitorHolding({1800, 500, 800, 125}, two), 1);
+  EXPECT_EQ(monitorHolding({1000, 500, 800, 125}, two), 0);
+  EXPECT_EQ(monitorHolding({4000, 2000, 800, 125}, two), 0);
+  EXPECT_EQ(monitorHolding({4000, 2000, 800, 125}, {}), -1);
 }
 
 TEST(GtkPanelGeometry, EdgesResizeDownToTheMinimumAndNoFurther) {

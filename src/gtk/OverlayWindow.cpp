@@ -52,6 +52,7 @@ OverlayWindow::~OverlayWindow() {
   fade.timer.disconnect();
   raiseCheck.disconnect();
   for (sigc::connection& c : screenChanges) c.disconnect();
+  reopenLater.disconnect();
   if (stackingWatched) gdk_window_remove_filter(gdk_get_default_root_window(), rootFilter, this);
   if (statusLayout) g_object_unref(statusLayout);
   if (textCache) cairo_surface_destroy(textCache);
@@ -69,17 +70,28 @@ Rect OverlayWindow::mainMonitor() const {
   return toRect(r);
 }
 
+std::vector<std::pair<GdkMonitor*, Rect>> OverlayWindow::displayMonitors() const {
+  std::vector<std::pair<GdkMonitor*, Rect>> out;
+  GdkDisplay* display = gdk_display_get_default();
+  if (!display) return out;
+  auto add = [&](GdkMonitor* m) {
+    if (!m || m == goneOutput) return;
+    GdkRectangle r;
+    gdk_monitor_get_geometry(m, &r);
+    const Rect rect = toRect(r);
+    if (!(rect.width > 0) || !(rect.height > 0)) return;
+    for (const auto& have : out)
+      if (have.first == m || have.second == rect) return;
+    out.emplace_back(m, rect);
+  };
+  add(gdk_display_get_primary_monitor(display));
+  for (int i = 0; i < gdk_display_get_n_monitors(display); ++i) add(gdk_display_get_monitor(display, i));
+  return out;
+}
+
 std::vector<Rect> OverlayWindow::monitors() const {
   std::vector<Rect> out;
-  GdkDisplay* display = gdk_display_get_default();
-  // The main monitor first: a frame on none of them goes there.
-  out.push_back(mainMonitor());
-  for (int i = 0; display && i < gdk_display_get_n_monitors(display); ++i) {
-    GdkRectangle r;
-    gdk_monitor_get_geometry(gdk_display_get_monitor(display, i), &r);
-    if (toRect(r) != out.front()) out.push_back(toRect(r));
-  }
-  if (out.front().width <= 0) out.erase(out.begin());
+  for (const auto& m : displayMonitors()) out.push_back(m.second);
   return out;
 }
 
@@ -104,9 +116,25 @@ void OverlayWindow::applyDesktopFrame(const Rect& d) {
   const int w = static_cast<int>(std::lround(d.width)), h = static_cast<int>(std::lround(d.height));
   if (kind == BarKind::layerShell) {
 #ifdef LUMERIX_LAYER_SHELL
-    const Rect m = mainMonitor();
-    gtk_layer_set_margin(win->gobj(), GTK_LAYER_SHELL_EDGE_LEFT, static_cast<int>(std::lround(d.x - m.x)));
-    gtk_layer_set_margin(win->gobj(), GTK_LAYER_SHELL_EDGE_TOP, static_cast<int>(std::lround(d.y - m.y)));
+    // The surface sits on the output that holds the frame, its margins
+    // measured from that output. A drag keeps its output (a new one would
+    // remap the surface under the pointer); the release moves it over.
+    GtkWindow* g = win->gobj();
+    const auto outputs = displayMonitors();
+    std::vector<Rect> rects;
+    for (const auto& m : outputs) rects.push_back(m.second);
+    Rect origin = mainMonitor();
+    GdkMonitor* on = gtk_layer_get_monitor(g);
+    const auto current = std::find_if(outputs.begin(), outputs.end(), [&](const auto& m) { return m.first == on; });
+    if (drag.active && current != outputs.end()) {
+      origin = current->second;
+    } else if (const int i = monitorHolding(d, rects); i >= 0) {
+      const auto& [want, rect] = outputs[static_cast<std::size_t>(i)];
+      if (want != on) gtk_layer_set_monitor(g, want);
+      origin = rect;
+    }
+    gtk_layer_set_margin(g, GTK_LAYER_SHELL_EDGE_LEFT, static_cast<int>(std::lround(d.x - origin.x)));
+    gtk_layer_set_margin(g, GTK_LAYER_SHELL_EDGE_TOP, static_cast<int>(std::lround(d.y - origin.y)));
 #endif
     // A layer surface takes the size its content asks for.
     area.set_size_request(w, h);
@@ -174,8 +202,15 @@ void OverlayWindow::buildWindow() {
     gtk_layer_set_anchor(g, GTK_LAYER_SHELL_EDGE_TOP, TRUE);
     gtk_layer_set_exclusive_zone(g, -1);
     gtk_layer_set_keyboard_mode(g, GTK_LAYER_SHELL_KEYBOARD_MODE_ON_DEMAND);
-    GdkDisplay* display = gdk_display_get_default();
-    if (GdkMonitor* m = gdk_display_get_primary_monitor(display)) gtk_layer_set_monitor(g, m);
+    // The surface's output is chosen with its place (applyDesktopFrame).
+    // The compositor closes the surface when that output goes away; the
+    // library then asks the window to close, which would end the bar.
+    w.signal_delete_event().connect(
+        [this](GdkEventAny*) {
+          outputGone();
+          return true;
+        },
+        false);
   }
 #endif
   w.add_events(Gdk::KEY_PRESS_MASK | Gdk::FOCUS_CHANGE_MASK | Gdk::VISIBILITY_NOTIFY_MASK);
@@ -244,8 +279,41 @@ void OverlayWindow::buildWindow() {
   area.signal_drag_data_received().connect(sigc::mem_fun(*this, &OverlayWindow::dragData), false);
 }
 
+void OverlayWindow::outputGone() {
+#ifdef LUMERIX_LAYER_SHELL
+  goneOutput = gtk_layer_get_monitor(win->gobj());
+#endif
+  surfaceLost = true;
+  win->hide();
+  // Not from inside the library's own handler: when it has returned.
+  reopenLater.disconnect();
+  reopenLater = Glib::signal_idle().connect([this] {
+    reopenSurface();
+    return false;
+  });
+}
+
+void OverlayWindow::reopenSurface() {
+  if (!win || !surfaceLost || monitors().empty()) return;  // no output yet: monitors-changed comes back here
+  surfaceLost = false;
+  applyDesktopFrame(clampOntoMonitors(desktopFrame(), monitors(), config.minSize));
+  goneOutput = nullptr;
+  win->show();
+}
+
 void OverlayWindow::keepOnScreen() {
   if (!win) return;
+  if (surfaceLost) return reopenSurface();
+#ifdef LUMERIX_LAYER_SHELL
+  // Not every compositor closes the surface of an output it takes away
+  // (sway 1.7 does not): the output the surface was put on is gone.
+  if (kind == BarKind::layerShell) {
+    GdkMonitor* on = gtk_layer_get_monitor(win->gobj());
+    const auto outputs = displayMonitors();
+    if (on && std::none_of(outputs.begin(), outputs.end(), [&](const auto& m) { return m.first == on; }))
+      return outputGone();
+  }
+#endif
   // The screen shrank or the monitor the bar was on went away: back onto
   // one that shows it (the saved frame is left as it was, for the monitor's
   // return at the next start).
@@ -257,6 +325,7 @@ void OverlayWindow::keepOnScreen() {
 void OverlayWindow::present() {
   if (!win) return;
   keepOnScreen();  // a second launch is also how users look for a lost bar
+  if (surfaceLost) return;  // no output to show it on yet
   win->show();
   if (GdkWindow* g = gtk_widget_get_window(GTK_WIDGET(win->gobj()))) gdk_window_raise(g);
 }
@@ -553,6 +622,9 @@ bool OverlayWindow::motion(GdkEventMotion* e) {
 bool OverlayWindow::buttonRelease(GdkEventButton* e) {
   if (e->button != 1 || !drag.active) return false;
   drag.active = false;
+  // A layer surface shows only on its output: let go, it moves to the
+  // output that holds it now, whole.
+  if (kind == BarKind::layerShell) applyDesktopFrame(clampOntoMonitors(desktopFrame(), monitors(), config.minSize));
   saveFrame();
   return true;
 }

@@ -69,7 +69,15 @@ class OverlayWindow : public OverlayHost {
   };
 
   Rect mainMonitor() const;
+  // The monitors that show something, the main one first (a frame on none
+  // goes there), mirrors once; never the output the compositor just took
+  // from the bar.
+  std::vector<std::pair<GdkMonitor*, Rect>> displayMonitors() const;
   std::vector<Rect> monitors() const;
+  // Layer shell: the compositor closed the bar's surface (its output went
+  // away); a new one is made on an output that remains, now or when one comes.
+  void outputGone();
+  void reopenSurface();
   Rect desktopFrame() const;
   void applyDesktopFrame(const Rect& desktop);
   void saveFrame();
@@ -145,6 +153,9 @@ class OverlayWindow : public OverlayHost {
   bool stackingWatched = false;
   sigc::connection raiseCheck;
   sigc::connection screenChanges[2];  // monitors came or went; the screen's size changed
+  bool surfaceLost = false;           // layer shell: hidden until an output takes it
+  GdkMonitor* goneOutput = nullptr;   // compared, never used: it may be gone
+  sigc::connection reopenLater;
   gint64 lastRaise = 0;
   RaiseMemory raiseMemory;  // how often in a row the same window was fought
 };

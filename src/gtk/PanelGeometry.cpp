@@ -52,19 +52,24 @@ double overlap(const Rect& a, const Rect& b) {
 
 }  // namespace
 
+int monitorHolding(const Rect& frame, const std::vector<Rect>& monitors) {
+  if (monitors.empty()) return -1;
+  int best = 0;
+  double most = 0;
+  for (std::size_t i = 0; i < monitors.size(); ++i) {
+    if (const double o = overlap(frame, monitors[i]); o > most) {
+      most = o;
+      best = static_cast<int>(i);
+    }
+  }
+  return best;
+}
+
 Rect clampOntoMonitors(Rect f, const std::vector<Rect>& monitors, Size minSize) {
   f.width = std::max(f.width, minSize.width);
   f.height = std::max(f.height, minSize.height);
   if (monitors.empty()) return f;
-  const Rect* best = &monitors.front();
-  double most = 0;
-  for (const Rect& m : monitors) {
-    if (const double o = overlap(f, m); o > most) {
-      most = o;
-      best = &m;
-    }
-  }
-  const Rect& m = *best;
+  const Rect& m = monitors[static_cast<std::size_t>(monitorHolding(f, monitors))];
   f.width = std::max(std::min(f.width, m.width), minSize.width);
   f.height = std::max(std::min(f.height, m.height), minSize.height);
   f.x = std::max(std::min(f.x, m.maxX() - f.width), m.minX());

@@ -29,6 +29,11 @@ std::optional<Rect> parseFrameString(std::string_view text);
 // unless minSize needs it.
 Rect clampOntoMonitors(Rect frame, const std::vector<Rect>& monitors, Size minSize);
 
+// Which of the monitors holds the frame: the one it overlaps most, the
+// first when it overlaps none; -1 when there are none. A layer surface is
+// put on that output and its margins are measured from it.
+int monitorHolding(const Rect& frame, const std::vector<Rect>& monitors);
+
 // Edges of the window, as a bit set.
 enum Edge : unsigned { none = 0, left = 1, right = 2, top = 4, bottom = 8 };
 

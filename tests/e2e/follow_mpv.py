@@ -67,7 +67,7 @@ def main():
 
     openbox = subprocess.Popen(["openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     mpv = subprocess.Popen(["mpv", "--no-config", "--script=/usr/lib/mpv-mpris/mpris.so", "--ao=null", "--vo=x11",
-                            "--no-terminal", "--geometry=640x360+100+100", f"--input-ipc-server={sock}",
+                            "--no-terminal", "--sub-auto=no", "--geometry=640x360+100+100", f"--input-ipc-server={sock}",
                             "--keep-open=yes", clip])
     subprocess.run(["gdbus", "wait", "--session", "--timeout", "15", "org.mpris.MediaPlayer2.mpv"], check=True)
     wait_for(lambda: os.path.exists(sock), 10, "mpv's IPC socket")

@@ -279,8 +279,9 @@ def demo_checks(args, screen):
 
 def start_mpv(args, fullscreen=True, geometry="640x360+100+100"):
     sock = os.path.join(args.work, "mpv.sock")
+    # Not --sub-auto: mpv would draw clip.srt itself, and the text read must be Lumerix's.
     mpv = subprocess.Popen(["mpv", "--no-config", "--script=/usr/lib/mpv-mpris/mpris.so", "--ao=null", "--vo=x11",
-                            "--no-terminal", f"--input-ipc-server={sock}", "--keep-open=yes", "--loop-file=inf",
+                            "--no-terminal", "--sub-auto=no", f"--input-ipc-server={sock}", "--keep-open=yes", "--loop-file=inf",
                             "--fs" if fullscreen else f"--geometry={geometry}", os.path.join(args.work, "clip.mp4")])
     sh("gdbus", "wait", "--session", "--timeout", "15", "org.mpris.MediaPlayer2.mpv")
     wid = wait_for(lambda: sh("xdotool", "search", "--onlyvisible", "--class", "mpv", check=False).split(), 10,
