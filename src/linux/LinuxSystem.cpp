@@ -115,11 +115,17 @@ class Prober {
                                                   "org.freedesktop.DBus", "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
                                                   G_DBUS_CALL_FLAGS_NONE, 500, nullptr, nullptr);
     if (!names) return pids;
-    GVariantIter* iter = nullptr;
-    const gchar* name = nullptr;
-    g_variant_get(names, "(as)", &iter);
-    while (g_variant_iter_loop(iter, "&s", &name)) {
-      if (!mpris::matches(name, player)) continue;
+    std::vector<std::string> all;
+    {
+      GVariantIter* iter = nullptr;
+      const gchar* name = nullptr;
+      g_variant_get(names, "(as)", &iter);
+      while (g_variant_iter_loop(iter, "&s", &name)) all.emplace_back(name);
+      g_variant_iter_free(iter);
+      g_variant_unref(names);
+    }
+    for (const std::string& busName : mpris::picked(all, player)) {
+      const char* name = busName.c_str();
       GVariant* pid = g_dbus_connection_call_sync(
           c, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetConnectionUnixProcessID",
           g_variant_new("(s)", name), G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, 500, nullptr, nullptr);
@@ -132,8 +138,6 @@ class Prober {
         if (auto full = fullscreenProperty(c, name)) said.push_back({static_cast<int>(value), 0, 0, *full});
       }
     }
-    g_variant_iter_free(iter);
-    g_variant_unref(names);
     return pids;
   }
 

@@ -60,16 +60,28 @@ std::string titleFromUrl(const std::string& url) {
   return decoded;
 }
 
-std::optional<std::string> choose(const std::vector<Player>& players, const std::string& name,
-                                  const std::optional<std::string>& playedLast) {
+std::vector<std::string> picked(const std::vector<std::string>& busNames, const std::string& name) {
+  std::vector<std::string> out;
+  for (const std::string& n : busNames)
+    if (matches(n, name)) out.push_back(n);
   // A name that matches no player exactly is looked for among the parts of
   // the players' names ("celluloid", "chromium", "firefox").
-  const bool exact = name.empty() || std::any_of(players.begin(), players.end(),
-                                                 [&](const Player& p) { return matches(p.busName, name); });
+  if (out.empty()) {
+    for (const std::string& n : busNames)
+      if (matchesLoosely(n, name)) out.push_back(n);
+  }
+  return out;
+}
+
+std::optional<std::string> choose(const std::vector<Player>& players, const std::string& name,
+                                  const std::optional<std::string>& playedLast) {
+  std::vector<std::string> names;
+  for (const Player& p : players) names.push_back(p.busName);
+  const std::vector<std::string> wanted = picked(names, name);
   const Player* paused = nullptr;
   bool lastStillThere = false;
   for (const Player& p : players) {
-    if (exact ? !matches(p.busName, name) : !matchesLoosely(p.busName, name)) continue;
+    if (std::find(wanted.begin(), wanted.end(), p.busName) == wanted.end()) continue;
     if (p.playbackStatus == "Playing") return p.busName;
     if (!paused && p.playbackStatus == "Paused") paused = &p;
     lastStillThere |= playedLast == p.busName;

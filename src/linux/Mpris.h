@@ -25,6 +25,9 @@ bool matches(const std::string& busName, const std::string& name);
 // any case: "celluloid" for ...io.github.celluloid_player.Celluloid.instance-1.
 // Asked only when no player matches exactly.
 bool matchesLoosely(const std::string& busName, const std::string& name);
+// The bus names that NAME picks: those that match it exactly, else those
+// that match it loosely. Everything that follows "the player" asks this.
+std::vector<std::string> picked(const std::vector<std::string>& busNames, const std::string& name);
 
 // A track's name from its address where the player gives no title (players
 // playing files without a title tag): the file name, percent-decoded,

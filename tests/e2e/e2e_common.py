@@ -1,5 +1,5 @@
 """What the end-to-end checks against real players share."""
-import argparse, json, os, subprocess, threading, time
+import argparse, atexit, json, os, subprocess, threading, time
 
 
 def pct(values, p):
@@ -12,7 +12,7 @@ def arguments(player=False):
     ap.add_argument("--lumerix", required=True)
     ap.add_argument("--work", required=True)
     if player:
-        ap.add_argument("--player", choices=("vlc", "chromium"), required=True)
+        ap.add_argument("--player", choices=("vlc", "chromium", "firefox", "celluloid", "totem"), required=True)
     return ap.parse_args()
 
 
@@ -59,6 +59,12 @@ class Follower:
         self.shown, self.positions, self.statuses, self.fullscreen = [], [], [], []
         self.reader = threading.Thread(target=self._read, daemon=True)
         self.reader.start()
+        atexit.register(self._stop)  # a check that fails half-way leaves no Lumerix behind
+
+    def _stop(self):
+        if self.proc.poll() is None:
+            self.proc.kill()
+            self.proc.wait()
 
     def _read(self):
         for raw in self.proc.stdout:
