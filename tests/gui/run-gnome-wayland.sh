@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# The bar on GNOME under Wayland: mutter headless (GNOME's compositor, with
+# XWayland), a full-screen native-Wayland mpv, and Lumerix, whose bar goes
+# through XWayland there (no layer shell). Screenshots from mutter's screen
+# cast over PipeWire, read back by OCR; a real click and a real key through
+# mutter's remote-desktop session. See gnome_wayland.py for the checks.
+# Usage: tests/gui/run-gnome-wayland.sh [BUILD_DIR]   (default: build)
+# Needs: scripts/setup --ci (mutter, xwayland, pipewire, wireplumber, gstreamer1.0-pipewire)
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+build=$(realpath "${1:-build}")
+# Mutter refuses to start XWayland when /tmp/.X11-unix belongs to another
+# user than itself or root: earlier checks ran X servers as lumerix-e2e. As
+# root, this runs itself again as that unprivileged user.
+if [[ $(id -u) -eq 0 ]]; then
+  id lumerix-e2e >/dev/null 2>&1 || useradd --create-home --shell /bin/bash lumerix-e2e
+  exec runuser -u lumerix-e2e -- bash "$PWD/tests/gui/run-gnome-wayland.sh" "$build"
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+ffmpeg -loglevel error -y -f lavfi -i color=c=0x203050:s=320x180:d=120:r=25 -c:v libx264 -preset ultrafast \
+  -g 25 -metadata title="Lumerix check" "$work/clip.mp4"
+for s in $(seq 0 119); do
+  printf '%d\n00:%02d:%02d,000 --> 00:%02d:%02d,000\nGNOME line %d\n\n' \
+    $((s + 1)) $((s / 60)) $((s % 60)) $(((s + 1) / 60)) $(((s + 1) % 60)) "$s"
+done >"$work/clip.srt"
+mkdir -m 700 "$work/run"
+export XDG_RUNTIME_DIR=$work/run XDG_CONFIG_HOME=$work/config XDG_CURRENT_DESKTOP=GNOME NO_AT_BRIDGE=1
+mkdir -p "$work/config/lumerix"
+echo '{"DidOnboard": true}' >"$work/config/lumerix/settings.json"
+unset DISPLAY WAYLAND_DISPLAY
+# PipeWire carries the screen cast; mutter exits with its child, the checks.
+dbus-run-session -- bash -c '
+  pipewire >"$2/pipewire.log" 2>&1 &
+  sleep 1
+  wireplumber >"$2/wireplumber.log" 2>&1 &
+  sleep 1
+  # Mutter does not always exit with its child: the child leaves its status
+  # in a file, and mutter is stopped here.
+  mutter --wayland --headless --virtual-monitor 1280x720 -- bash -c "
+    timeout 120 /usr/bin/python3 tests/gui/gnome_wayland.py --lumerix \"\$1/lumerix\" --work \"\$2\"
+    echo \$? >\"\$2/status\"" _ "$1" "$2" &
+  mutter=$!
+  while [[ ! -e $2/status ]] && kill -0 $mutter 2>/dev/null; do sleep 0.2; done
+  kill $mutter %1 %2 2>/dev/null
+  wait 2>/dev/null
+  exit "$(cat "$2/status" 2>/dev/null || echo 1)"
+' _ "$build" "$work" 2> >(grep -v -e 'fd limit' -e 'dbus-daemon' >&2)
