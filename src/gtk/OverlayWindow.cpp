@@ -201,7 +201,13 @@ void OverlayWindow::buildWindow() {
     gtk_layer_set_anchor(g, GTK_LAYER_SHELL_EDGE_LEFT, TRUE);
     gtk_layer_set_anchor(g, GTK_LAYER_SHELL_EDGE_TOP, TRUE);
     gtk_layer_set_exclusive_zone(g, -1);
-    gtk_layer_set_keyboard_mode(g, GTK_LAYER_SHELL_KEYBOARD_MODE_ON_DEMAND);
+    // Keys on demand (a click gives them, a click elsewhere takes them back)
+    // came with version 4 of the protocol; KDE Plasma 5.27 speaks 3, where
+    // asking for it leaves the bar without keys for good. There the bar
+    // takes the keyboard on a click and gives it back when the pointer leaves.
+    keysOnDemand = gtk_layer_get_protocol_version() >= 4;
+    gtk_layer_set_keyboard_mode(g, keysOnDemand ? GTK_LAYER_SHELL_KEYBOARD_MODE_ON_DEMAND
+                                                : GTK_LAYER_SHELL_KEYBOARD_MODE_NONE);
     // The surface's output is chosen with its place (applyDesktopFrame).
     // The compositor closes the surface when that output goes away; the
     // library then asks the window to close, which would end the bar.
@@ -534,6 +540,10 @@ void OverlayWindow::drawStatus(cairo_t* cr) {
 void OverlayWindow::hover(bool inside) {
   if (inside == hovering) return;
   hovering = inside;
+#ifdef LUMERIX_LAYER_SHELL
+  if (!inside && kind == BarKind::layerShell && !keysOnDemand)
+    gtk_layer_set_keyboard_mode(win->gobj(), GTK_LAYER_SHELL_KEYBOARD_MODE_NONE);
+#endif
   if (controller) controller->hoverChanged(inside);
 }
 
@@ -550,6 +560,10 @@ void OverlayWindow::takeFocus(guint32 time) {
     win->present(time);
   }
   // The layer shell's on-demand keyboard follows the click by itself.
+#ifdef LUMERIX_LAYER_SHELL
+  if (kind == BarKind::layerShell && !keysOnDemand)
+    gtk_layer_set_keyboard_mode(win->gobj(), GTK_LAYER_SHELL_KEYBOARD_MODE_EXCLUSIVE);
+#endif
 }
 
 bool OverlayWindow::buttonPress(GdkEventButton* e) {

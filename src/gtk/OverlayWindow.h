@@ -153,6 +153,7 @@ class OverlayWindow : public OverlayHost {
   bool stackingWatched = false;
   sigc::connection raiseCheck;
   sigc::connection screenChanges[2];  // monitors came or went; the screen's size changed
+  bool keysOnDemand = true;           // layer shell: the compositor gives keys on a click
   bool surfaceLost = false;           // layer shell: hidden until an output takes it
   GdkMonitor* goneOutput = nullptr;   // compared, never used: it may be gone
   sigc::connection reopenLater;

@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# The bar on KDE Plasma under Wayland: KWin (Plasma 5.27's compositor) on a
+# virtual framebuffer, a full-screen native-Wayland mpv, and Lumerix in the
+# layer shell; KWin's screenshot read back by OCR. See kde_wayland.py.
+# KWin has no way here to send a real click or key (no input devices, no
+# remote-desktop service): keys on KDE stay a manual check.
+# Usage: tests/gui/run-kde-wayland.sh [BUILD_DIR]   (default: build)
+# Needs: scripts/setup --ci (kwin-wayland)
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+build=$(realpath "${1:-build}")
+if [[ $(id -u) -eq 0 ]]; then
+  id lumerix-e2e >/dev/null 2>&1 || useradd --create-home --shell /bin/bash lumerix-e2e
+  exec runuser -u lumerix-e2e -- bash "$PWD/tests/gui/run-kde-wayland.sh" "$build"
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+ffmpeg -loglevel error -y -f lavfi -i color=c=0x203050:s=320x180:d=120:r=25 -c:v libx264 -preset ultrafast \
+  -g 25 -metadata title="Lumerix check" "$work/clip.mp4"
+for s in $(seq 0 119); do
+  printf '%d\n00:%02d:%02d,000 --> 00:%02d:%02d,000\nKDE line %d\n\n' \
+    $((s + 1)) $((s / 60)) $((s % 60)) $(((s + 1) / 60)) $(((s + 1) % 60)) "$s"
+done >"$work/clip.srt"
+mkdir -m 700 "$work/run"
+export XDG_RUNTIME_DIR=$work/run XDG_CONFIG_HOME=$work/config NO_AT_BRIDGE=1
+export KWIN_SCREENSHOT_NO_PERMISSION_CHECKS=1 QT_QPA_PLATFORM=wayland
+mkdir -p "$work/config/lumerix"
+echo '{"DidOnboard": true}' >"$work/config/lumerix/settings.json"
+unset DISPLAY WAYLAND_DISPLAY
+# kwin_wayland carries a file capability (cap_sys_resource, for real-time
+# scheduling) that a container may not grant: a copy runs without it.
+cp /usr/bin/kwin_wayland "$work/kwin_wayland"
+# KWin runs one program once it is up, its output into KWin's log: it leaves
+# its words and status in files, and KWin is stopped here.
+cat >"$work/child.sh" <<CHILD
+timeout 120 /usr/bin/python3 tests/gui/kde_wayland.py --lumerix "$build/lumerix" --work "$work" >"$work/checks" 2>&1
+echo \$? >"$work/status"
+CHILD
+dbus-run-session -- bash -c '
+  "$1/kwin_wayland" --virtual --width 1280 --height 720 --socket wayland-kde "bash $1/child.sh" >"$1/kwin.log" 2>&1 &
+  kwin=$!
+  while [[ ! -e $1/status ]] && kill -0 $kwin 2>/dev/null; do sleep 0.2; done
+  kill $kwin 2>/dev/null
+  wait 2>/dev/null
+  cat "$1/checks" 2>/dev/null
+  [[ -e $1/status ]] || tail -20 "$1/kwin.log"
+  exit "$(cat "$1/status" 2>/dev/null || echo 1)"
+' _ "$work" 2> >(grep -v -e 'fd limit' -e 'dbus-daemon' >&2)
