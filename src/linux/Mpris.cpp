@@ -73,11 +73,15 @@ std::vector<std::string> picked(const std::vector<std::string>& busNames, const 
   return out;
 }
 
-std::optional<std::string> choose(const std::vector<Player>& players, const std::string& name,
-                                  const std::optional<std::string>& playedLast) {
+std::vector<std::string> picked(const std::vector<Player>& players, const std::string& name) {
   std::vector<std::string> names;
   for (const Player& p : players) names.push_back(p.busName);
-  const std::vector<std::string> wanted = picked(names, name);
+  return picked(names, name);
+}
+
+std::optional<std::string> choose(const std::vector<Player>& players, const std::string& name,
+                                  const std::optional<std::string>& playedLast) {
+  const std::vector<std::string> wanted = picked(players, name);
   const Player* paused = nullptr;
   bool lastStillThere = false;
   for (const Player& p : players) {

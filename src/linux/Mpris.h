@@ -28,6 +28,7 @@ bool matchesLoosely(const std::string& busName, const std::string& name);
 // The bus names that NAME picks: those that match it exactly, else those
 // that match it loosely. Everything that follows "the player" asks this.
 std::vector<std::string> picked(const std::vector<std::string>& busNames, const std::string& name);
+std::vector<std::string> picked(const std::vector<Player>& players, const std::string& name);
 
 // A track's name from its address where the player gives no title (players
 // playing files without a title tag): the file name, percent-decoded,

@@ -202,9 +202,7 @@ class Stream {
     std::vector<double> stamps;
     auto players = readPlayers(bus, &stamps, error);
     if (!players) return;  // the bus hiccuped; the next event or tick tries again
-    std::vector<std::string> names;
-    for (const auto& p : *players) names.push_back(p.busName);
-    const std::vector<std::string> wanted = lumerix::mpris::picked(names, name);
+    const std::vector<std::string> wanted = lumerix::mpris::picked(*players, name);
     for (const auto& p : *players) {
       if (p.playbackStatus == "Playing" && std::find(wanted.begin(), wanted.end(), p.busName) != wanted.end()) {
         if (playedLast != p.busName && memory) lumerix::mpris::writePlayedLast(*memory, p.busName);

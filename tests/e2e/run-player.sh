@@ -19,10 +19,8 @@ case $player in
   vlc | chromium | firefox | celluloid | totem) ;;
   *) echo "run-player.sh: vlc, chromium, firefox, celluloid or totem, not $player" >&2; exit 2 ;;
 esac
-if [[ $(id -u) -eq 0 ]]; then
-  id lumerix-e2e >/dev/null 2>&1 || useradd --create-home --shell /bin/bash lumerix-e2e
-  exec runuser -u lumerix-e2e -- bash ${LUMERIX_TRACE:+-x} "$PWD/tests/e2e/run-player.sh" "$player" "$build"
-fi
+source tests/common.sh
+as_e2e_user "$PWD/tests/e2e/run-player.sh" "$player" "$build"
 command -v "$([[ $player == firefox ]] && echo firefox-esr || echo "$player")" >/dev/null ||
   { echo "run-player.sh: $player is not installed" >&2; exit 2; }
 work=$(mktemp -d)

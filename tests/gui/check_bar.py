@@ -27,28 +27,11 @@ nothing, so a stacking fault fails the check. Checks, in order:
 """
 import argparse, difflib, json, os, re, signal, subprocess, sys, time
 
-FAILURES = []
+from gui_common import FAILURES, check, wait_for
 
 
 def sh(*cmd, check=True):
     return subprocess.run(cmd, check=check, capture_output=True, text=True).stdout
-
-
-def check(ok, what, detail=""):
-    print(("ok    " if ok else "FAIL  ") + what + (f"  ({detail})" if detail and not ok else ""), flush=True)
-    if not ok:
-        FAILURES.append(what)
-    return ok
-
-
-def wait_for(cond, timeout, what):
-    end = time.monotonic() + timeout
-    while time.monotonic() < end:
-        value = cond()
-        if value:
-            return value
-        time.sleep(0.1)
-    sys.exit(f"gui: timed out waiting for {what}")
 
 
 class Screen:

@@ -12,37 +12,21 @@ Checks: the cue reads above the full-screen player; the keys are the
 player's until the bar is clicked; a click on the bar gives it the keys (Left shifts the timing, the side file says -0.5) while mpv
 neither seeks nor leaves full screen; Lumerix quits cleanly.
 """
-import argparse, json, os, signal, subprocess, sys, time
+import argparse, json, os, subprocess, sys, time
 
 import gi
 gi.require_version("Gio", "2.0")
 from gi.repository import Gio, GLib
 
-FAILURES = []
+import gui_common
+from gui_common import check, mpris, stop_lumerix, verdict, wait_for, wayland_mpv
+
 BTN_LEFT = 0x110
 KEY_SHIFT_L, KEY_LEFT = 0xFFE1, 0xFF51
-MPRIS, MPRIS_PATH = "org.mpris.MediaPlayer2.mpv", "/org/mpris/MediaPlayer2"
-
-
-def check(ok, what, detail=""):
-    print(("ok    " if ok else "FAIL  ") + "gnome-wayland: " + what + (f"  ({detail})" if detail and not ok else ""),
-          flush=True)
-    if not ok:
-        FAILURES.append(what)
 
 
 def sh(*cmd):
     return subprocess.run(cmd, capture_output=True, text=True).stdout
-
-
-def wait_for(cond, timeout, what):
-    end = time.monotonic() + timeout
-    while time.monotonic() < end:
-        value = cond()
-        if value:
-            return value
-        time.sleep(0.1)
-    sys.exit(f"gnome-wayland: timed out waiting for {what}")
 
 
 class Mutter:
@@ -124,20 +108,9 @@ def main():
     ap.add_argument("--lumerix", required=True)
     ap.add_argument("--work", required=True)
     args = ap.parse_args()
+    gui_common.LABEL = "gnome-wayland: "
     bus = Gio.bus_get_sync(Gio.BusType.SESSION, None)
-
-    def mpris(prop, iface="org.mpris.MediaPlayer2.Player"):
-        return bus.call_sync(MPRIS, MPRIS_PATH, "org.freedesktop.DBus.Properties", "Get",
-                             GLib.Variant("(ss)", (iface, prop)), None, Gio.DBusCallFlags.NONE, 2000,
-                             None).unpack()[0]
-
-    mpv_env = dict(os.environ)
-    mpv_env.pop("DISPLAY", None)  # native Wayland, as GNOME runs it
-    mpv = subprocess.Popen(["mpv", "--no-config", "--script=/usr/lib/mpv-mpris/mpris.so", "--ao=null", "--vo=wlshm",
-                            "--fs", "--no-terminal", "--sub-auto=no", "--keep-open=yes",
-                            os.path.join(args.work, "clip.mp4")], env=mpv_env)
-    subprocess.run(["gdbus", "wait", "--session", "--timeout", "15", MPRIS], check=True)
-    wait_for(lambda: mpris("Fullscreen", "org.mpris.MediaPlayer2"), 10, "mpv to go full screen")
+    mpv = wayland_mpv(bus, args.work)  # native Wayland, as GNOME runs it
     mutter = Mutter()
 
     side = os.path.join(args.work, "clip.srt.sync.json")
@@ -150,14 +123,14 @@ def main():
 
     # Until the bar is clicked the keys are the player's: this is what shows
     # that the keys sent here go where a user's would.
-    before = mpris("Position") / 1e6
+    before = mpris(bus, "Position") / 1e6
     mutter.key(KEY_LEFT)
-    after = mpris("Position") / 1e6
+    after = mpris(bus, "Position") / 1e6
     check(after < before - 2 and not os.path.exists(side), "before a click, Left is the player's (it seeks back)",
           f"{before:.2f} s, then {after:.2f} s")
 
     x, y, w, h = box
-    before = mpris("Position") / 1e6
+    before = mpris(bus, "Position") / 1e6
     mutter.click(x + w / 2, y + h / 2)
     mutter.key(KEY_LEFT)
     time.sleep(0.5)
@@ -165,25 +138,16 @@ def main():
     if os.path.exists(side):
         with open(side) as f:
             offset = json.load(f).get("offset")
-    after = mpris("Position") / 1e6
+    after = mpris(bus, "Position") / 1e6
     check(offset == -0.5, "a real click gives the bar the keys (Left shifts the timing)", f"offset {offset}")
     check(after >= before, "the key does not reach mpv (no seek back)", f"{before:.2f} s, then {after:.2f} s")
-    check(mpris("PlaybackStatus") == "Playing", "mpv plays on")
-    check(bool(mpris("Fullscreen", "org.mpris.MediaPlayer2")), "mpv stays full screen")
+    check(mpris(bus, "PlaybackStatus") == "Playing", "mpv plays on")
+    check(bool(mpris(bus, "Fullscreen", "org.mpris.MediaPlayer2")), "mpv stays full screen")
 
-    lumerix.send_signal(signal.SIGTERM)
-    check(lumerix.wait(10) == 0, "quits cleanly on SIGTERM")
-    with open(os.path.join(args.work, "lumerix.err")) as f:
-        err = f.read()
-    check("CRITICAL" not in err, "no CRITICAL from GTK or the libraries", err[-300:])
+    stop_lumerix(lumerix, os.path.join(args.work, "lumerix.err"))
     mpv.terminate()
     mpv.wait(10)
-    if FAILURES:
-        print(f"gnome-wayland: {len(FAILURES)} checks failed")
-        return 1
-    print("gnome-wayland: all checks passed")
-    return 0
-
+    return verdict()
 
 if __name__ == "__main__":
     sys.exit(main())

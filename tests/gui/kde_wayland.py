@@ -11,21 +11,14 @@ Lumerix does not ask KWin for keys on demand, which its protocol version
 lacks (asking would leave the bar without keys); Lumerix quits cleanly and
 GTK prints no CRITICAL.
 """
-import argparse, os, signal, subprocess, sys, time
+import argparse, os, subprocess, sys, time
 
 import gi
 gi.require_version("Gio", "2.0")
 from gi.repository import Gio, GLib
 
-FAILURES = []
-MPRIS, MPRIS_PATH = "org.mpris.MediaPlayer2.mpv", "/org/mpris/MediaPlayer2"
-
-
-def check(ok, what, detail=""):
-    print(("ok    " if ok else "FAIL  ") + "kde-wayland: " + what + (f"  ({detail})" if detail and not ok else ""),
-          flush=True)
-    if not ok:
-        FAILURES.append(what)
+import gui_common
+from gui_common import check, mpris, stop_lumerix, verdict, wayland_mpv
 
 
 def screenshot(bus, path, width, height):
@@ -56,20 +49,9 @@ def main():
     ap.add_argument("--lumerix", required=True)
     ap.add_argument("--work", required=True)
     args = ap.parse_args()
+    gui_common.LABEL = "kde-wayland: "
     bus = Gio.bus_get_sync(Gio.BusType.SESSION, None)
-
-    def fullscreen():
-        return bool(bus.call_sync(MPRIS, MPRIS_PATH, "org.freedesktop.DBus.Properties", "Get",
-                                  GLib.Variant("(ss)", ("org.mpris.MediaPlayer2", "Fullscreen")), None,
-                                  Gio.DBusCallFlags.NONE, 2000, None).unpack()[0])
-
-    mpv = subprocess.Popen(["mpv", "--no-config", "--script=/usr/lib/mpv-mpris/mpris.so", "--ao=null", "--vo=wlshm",
-                            "--fs", "--no-terminal", "--sub-auto=no", "--keep-open=yes",
-                            os.path.join(args.work, "clip.mp4")])
-    subprocess.run(["gdbus", "wait", "--session", "--timeout", "15", MPRIS], check=True)
-    end = time.monotonic() + 10
-    while not fullscreen() and time.monotonic() < end:
-        time.sleep(0.1)
+    mpv = wayland_mpv(bus, args.work)
 
     err_path = os.path.join(args.work, "lumerix.err")
     lumerix = subprocess.Popen([args.lumerix, "--player", "mpv", os.path.join(args.work, "clip.srt")],
@@ -78,21 +60,13 @@ def main():
     seen = " ".join(subprocess.run(["tesseract", screenshot(bus, os.path.join(args.work, "shot.png"), 1280, 720), "-"],
                                    capture_output=True, text=True).stdout.split())
     check("KDE line" in seen, "the cue reads above the full-screen native-Wayland mpv", seen)
-    check(fullscreen(), "mpv stays full screen")
+    check(bool(mpris(bus, "Fullscreen", "org.mpris.MediaPlayer2")), "mpv stays full screen")
 
-    lumerix.send_signal(signal.SIGTERM)
-    check(lumerix.wait(10) == 0, "quits cleanly on SIGTERM")
-    with open(err_path) as f:
-        err = f.read()
+    err = stop_lumerix(lumerix, err_path)
     check("on-demand keyboard" not in err, "no keys on demand asked of a compositor that lacks them", err[-300:])
-    check("CRITICAL" not in err, "no CRITICAL from GTK or the libraries", err[-300:])
     mpv.terminate()
     mpv.wait(10)
-    if FAILURES:
-        print(f"kde-wayland: {len(FAILURES)} checks failed")
-        return 1
-    print("kde-wayland: all checks passed")
-    return 0
+    return verdict()
 
 
 if __name__ == "__main__":

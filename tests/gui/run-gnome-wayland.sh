@@ -12,18 +12,11 @@ build=$(realpath "${1:-build}")
 # Mutter refuses to start XWayland when /tmp/.X11-unix belongs to another
 # user than itself or root: earlier checks ran X servers as lumerix-e2e. As
 # root, this runs itself again as that unprivileged user.
-if [[ $(id -u) -eq 0 ]]; then
-  id lumerix-e2e >/dev/null 2>&1 || useradd --create-home --shell /bin/bash lumerix-e2e
-  exec runuser -u lumerix-e2e -- bash "$PWD/tests/gui/run-gnome-wayland.sh" "$build"
-fi
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-ffmpeg -loglevel error -y -f lavfi -i color=c=0x203050:s=320x180:d=120:r=25 -c:v libx264 -preset ultrafast \
-  -g 25 -metadata title="Lumerix check" "$work/clip.mp4"
-for s in $(seq 0 119); do
-  printf '%d\n00:%02d:%02d,000 --> 00:%02d:%02d,000\nGNOME line %d\n\n' \
-    $((s + 1)) $((s / 60)) $((s % 60)) $(((s + 1) / 60)) $(((s + 1) % 60)) "$s"
-done >"$work/clip.srt"
+source tests/common.sh
+as_e2e_user "$PWD/tests/gui/run-gnome-wayland.sh" "$build"
+scratch_dir gnome-wayland
+still_clip "$work/clip.mp4"
+counting_subtitle "$work/clip.srt" "GNOME line"
 mkdir -m 700 "$work/run"
 export XDG_RUNTIME_DIR=$work/run XDG_CONFIG_HOME=$work/config XDG_CURRENT_DESKTOP=GNOME NO_AT_BRIDGE=1
 mkdir -p "$work/config/lumerix"

@@ -9,18 +9,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 build=$(realpath "${1:-build}")
-if [[ $(id -u) -eq 0 ]]; then
-  id lumerix-e2e >/dev/null 2>&1 || useradd --create-home --shell /bin/bash lumerix-e2e
-  exec runuser -u lumerix-e2e -- bash "$PWD/tests/gui/run-kde-wayland.sh" "$build"
-fi
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-ffmpeg -loglevel error -y -f lavfi -i color=c=0x203050:s=320x180:d=120:r=25 -c:v libx264 -preset ultrafast \
-  -g 25 -metadata title="Lumerix check" "$work/clip.mp4"
-for s in $(seq 0 119); do
-  printf '%d\n00:%02d:%02d,000 --> 00:%02d:%02d,000\nKDE line %d\n\n' \
-    $((s + 1)) $((s / 60)) $((s % 60)) $(((s + 1) / 60)) $(((s + 1) % 60)) "$s"
-done >"$work/clip.srt"
+source tests/common.sh
+as_e2e_user "$PWD/tests/gui/run-kde-wayland.sh" "$build"
+scratch_dir kde-wayland
+still_clip "$work/clip.mp4"
+counting_subtitle "$work/clip.srt" "KDE line"
 mkdir -m 700 "$work/run"
 export XDG_RUNTIME_DIR=$work/run XDG_CONFIG_HOME=$work/config NO_AT_BRIDGE=1
 export KWIN_SCREENSHOT_NO_PERMISSION_CHECKS=1 QT_QPA_PLATFORM=wayland
