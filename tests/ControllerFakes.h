@@ -71,7 +71,10 @@ class RecordingHost : public OverlayHost {
     layers = l;
     calls.push_back(std::string(brand ? "brand:" : "text:") + (l.empty() ? "" : l.back().text));
   }
-  void setTextFrame(const Rect& f) override { calls.push_back("textFrame:" + str(f)); }
+  void setTextFrame(const Rect& f) override {
+    textFrame = f;
+    calls.push_back("textFrame:" + str(f));
+  }
   void setBrandPhase(double phase) override { brandPhase = phase; }
   // 10 points a character, 20 a line: easy to check by hand.
   Size measureText(const TextLayer& layer, Size) override {
@@ -88,6 +91,13 @@ class RecordingHost : public OverlayHost {
   }
   void setBandFrame(const Rect& f) override { calls.push_back("bandFrame:" + str(f)); }
   void setBandHidden(bool hidden) override { calls.push_back(hidden ? "band:hidden" : "band:shown"); }
+  std::vector<TextLayer> secondLayers;
+  Rect textFrame, secondFrame;
+  void setSecondText(const std::vector<TextLayer>& l, const Rect& f) override {
+    secondLayers = l;
+    secondFrame = f;
+    calls.push_back("second:" + (l.empty() ? std::string() : l.back().text) + "@" + str(f));
+  }
 
   std::vector<std::string> take() { return std::exchange(calls, {}); }
 };

@@ -274,14 +274,15 @@ TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
   EXPECT_THAT(describe(*mac.menu).at(0), "Open Subtitle… [Ctrl+O]");
   // The Linux menu names the bar's own keys, and has no update command.
   EXPECT_THAT(describe(*built.menu),
-              ElementsAre("Open Subtitle… [O]", "Re-enable Episode Auto-pick [A]", "---",
+              ElementsAre("Open Subtitle… [O]", "Re-enable Episode Auto-pick [A]", "Open Second Subtitle…",
+                          "Remove Second Subtitle", "---",
                           "Subtitle Timing {−0.5 s [Left]} {−0.1 s [,]} {+0.1 s [.]} {+0.5 s [Right]}",
                           "Bigger Text [+]", "Smaller Text [-]", "Toggle Background Style [T]", "---", "Preferences…",
                           "Player Permission…", "How to Use…", "About Lumerix", "---", "Quit Lumerix [Q]"));
   // Items act through the core's actions, the submenu's too.
   auto children = built.menu->get_children();
-  dynamic_cast<Gtk::MenuItem*>(children.at(5))->activate();
-  dynamic_cast<Gtk::MenuItem*>(dynamic_cast<Gtk::MenuItem*>(children.at(3))->get_submenu()->get_children().at(1))
+  dynamic_cast<Gtk::MenuItem*>(children.at(7))->activate();
+  dynamic_cast<Gtk::MenuItem*>(dynamic_cast<Gtk::MenuItem*>(children.at(5))->get_submenu()->get_children().at(1))
       ->activate();
   EXPECT_THAT(performed, ElementsAre(MenuAction::fontDown, MenuAction::offsetM1));
   // Without a tray host (none here) the indicator starts and nothing breaks.

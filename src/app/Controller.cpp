@@ -32,7 +32,8 @@ double clamp(double v, double lo, double hi) {
 }  // namespace
 
 Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> source,
-                       std::optional<std::string> subtitlePath, Conventions conventions)
+                       std::optional<std::string> subtitlePath, Conventions conventions,
+                       std::optional<std::string> secondPath)
     : services(services), conventions(std::move(conventions)), sync(std::move(source)) {
   s.autoPick = !subtitlePath.has_value();
   SettingsStore& defaults = services.defaults;
@@ -44,9 +45,11 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
   s.bgMode = defaults.integerFor(keys::bgMode);
   s.strokeWidth = defaults.doubleFor(keys::strokeWidth);
   s.debugLog = defaults.boolFor(keys::debugLog);
+  readSecondLook();
   sync->start();
   buildPanel();
   if (subtitlePath) loadSubtitle(*subtitlePath);
+  startSecond(secondPath);
   showHint(this->conventions.texts.startHint);
 }
 
@@ -68,6 +71,7 @@ void Controller::tick() noexcept {
   s.lastPosition = snap.position;
   s.extraTickIn.reset();
   if (!snap.position) {
+    secondNow = {};
     render(kBrand, true);
     services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);
     if (!(now() > s.hintUntil) || showNextNote()) return;
@@ -103,20 +107,28 @@ void Controller::tick() noexcept {
       break;
     }
   }
+  secondNow = s.second.path ? std::string_view(secondTextAt(*snap.position)) : std::string_view();
   render(*text, false);
   planExtraTick(*snap.position, lo < s.starts.size() ? &s.starts[lo] : nullptr, shown);
+  if (s.second.path) planSecondExtraTick(*snap.position);
   if (!(now() > s.hintUntil) || showNextNote()) return;
 
   statusLine.assign(snap.playing ? "⇄" : "⏸").append(" ").append(snap.track).append("  ");
   statusLine.append(fmtTime(*snap.position));  // the player's clock, not subtitle time
-  statusLine.append(" · ").append(s.subPath ? std::string_view(s.subName) : texts::noSubtitle);
+  // The timing shown is the one the keys move.
+  if (s.adjustSecond) {
+    statusLine.append(" · second: ").append(s.second.name);
+  } else {
+    statusLine.append(" · ").append(s.subPath ? std::string_view(s.subName) : texts::noSubtitle);
+  }
+  const Timing a = adjusted();
   char extra[64];
-  if (s.offset != 0) {
-    cFormatInto(extra, sizeof extra, "  offset %+.1fs", s.offset);
+  if (a.offset != 0) {
+    cFormatInto(extra, sizeof extra, "  offset %+.1fs", a.offset);
     statusLine.append(extra);
   }
-  if (std::fabs(s.scale - 1) > 1e-6) {
-    cFormatInto(extra, sizeof extra, "  rate %.4f", s.scale);
+  if (std::fabs(a.scale - 1) > 1e-6) {
+    cFormatInto(extra, sizeof extra, "  rate %.4f", a.scale);
     statusLine.append(extra);
   }
   setStatus(statusLine);
@@ -208,6 +220,8 @@ bool Controller::handleKey(int keyCode, bool shift, std::string_view characters)
     menuAutoPick();
   } else if (c == "q") {
     quit();
+  } else if (c == "s") {
+    switchAdjusted();
   } else {
     return false;
   }
@@ -215,22 +229,25 @@ bool Controller::handleKey(int keyCode, bool shift, std::string_view characters)
 }
 
 void Controller::bumpOffset(double delta) noexcept {
-  s.offset += delta;
+  const Timing a = adjusted();
+  a.offset += delta;
   saveCalibration();
-  showHint(cFormat("Timing offset %+.1fs", s.offset));
+  showHint(cFormat("Timing offset %+.1fs", a.offset).append(adjustedSuffix()));
 }
 
 void Controller::bumpScale(double delta) noexcept {
-  s.scale = clamp(s.scale + delta, 0.9, 1.1);
+  const Timing a = adjusted();
+  a.scale = clamp(a.scale + delta, 0.9, 1.1);
   saveCalibration();
-  showHint(cFormat("Rate %.4f", s.scale));
+  showHint(cFormat("Rate %.4f", a.scale).append(adjustedSuffix()));
 }
 
 void Controller::cycleFPS() noexcept {
-  s.scaleIdx = (s.scaleIdx + 1) % static_cast<int>(std::size(scalePresets));
-  s.scale = scalePresets[s.scaleIdx].factor;
+  const Timing a = adjusted();
+  a.scaleIdx = (a.scaleIdx + 1) % static_cast<int>(std::size(scalePresets));
+  a.scale = scalePresets[a.scaleIdx].factor;
   saveCalibration();
-  showHint("Frame-rate ratio " + std::string(scalePresets[s.scaleIdx].label));
+  showHint("Frame-rate ratio " + std::string(scalePresets[a.scaleIdx].label) + std::string(adjustedSuffix()));
 }
 
 void Controller::toggleBG() noexcept {
@@ -264,15 +281,20 @@ void Controller::resize(double dw, double dh) noexcept {
 }
 
 void Controller::saveCalibration() noexcept {
-  s.lastShownT.reset();  // the next tick may jump back freely
-  if (!s.subPath) return;
-  nlohmann::json side = {{"offset", std::round(s.offset * 1000) / 1000},
-                         {"scale", std::round(s.scale * 1000000) / 1000000}};
-  writeFileAtomically(*s.subPath + ".sync.json", side.dump());  // failures are not the user's problem now
+  saveTiming(adjusted());
+}
+
+void Controller::saveTiming(const Timing& timing) noexcept {
+  timing.lastShownT.reset();  // the next tick may jump back freely
+  if (!timing.path) return;
+  nlohmann::json side = {{"offset", std::round(timing.offset * 1000) / 1000},
+                         {"scale", std::round(timing.scale * 1000000) / 1000000}};
+  writeFileAtomically(*timing.path + ".sync.json", side.dump());  // failures are not the user's problem now
 }
 
 void Controller::quit() noexcept {
-  saveCalibration();
+  saveTiming(firstTiming());
+  saveTiming(secondTiming());
   sync->cancel();
   services.app.terminate();
 }
@@ -285,15 +307,16 @@ void Controller::markPoint(int n) noexcept {
     showHint(conventions.texts.notConnected);
     return;
   }
+  const Timing a = adjusted();
   const double v = *snap.position;
-  const double t = v * s.scale + s.offset;
-  s.calPoints[n] = {v, t};
+  const double t = v * a.scale + a.offset;
+  a.calPoints[n] = {v, t};
   if (n == 1) {
     showHint("① Marked first point at " + fmtTime(v) + " — seek near the end, align, then press 2");
     return;
   }
-  const auto first = s.calPoints.find(1);
-  if (first == s.calPoints.end()) {
+  const auto first = a.calPoints.find(1);
+  if (first == a.calPoints.end()) {
     showHint(texts::needFirstPoint);
     return;
   }
@@ -307,11 +330,11 @@ void Controller::markPoint(int n) noexcept {
     showHint(cFormat("Computed rate %.4f looks wrong — realign both points", rate));
     return;
   }
-  s.scale = rate;
-  s.offset = p1.t - p1.v * rate;
-  s.calPoints.clear();
+  a.scale = rate;
+  a.offset = p1.t - p1.v * rate;
+  a.calPoints.clear();
   saveCalibration();
-  showHint(cFormat("✓ Calibrated! rate %.5f, offset %+.2fs — saved", rate, s.offset));
+  showHint(cFormat("✓ Calibrated! rate %.5f, offset %+.2fs — saved", rate, a.offset).append(adjustedSuffix()));
 }
 
 // ---- the panel ------------------------------------------------------------------
@@ -375,11 +398,23 @@ void Controller::updateFrameVisibility() {
 }
 
 void Controller::render(const std::string& text, bool brand) noexcept {
-  const Style style{s.bgMode, s.fontSize, s.strokeWidth, s.winW, s.winH, brand};
-  if (s.curText && *s.curText == text && s.curStyle && *s.curStyle == style) return;
+  Style style{s.bgMode, s.fontSize, s.strokeWidth, s.winW, s.winH, brand};
+  if (s.second.path && !brand) style.second = {true, secondFontSize(), s.secondLook.color, s.secondLook.above};
+  if (s.curText && *s.curText == text && s.curStyle && *s.curStyle == style &&
+      (!style.second.shown || (s.curSecondText && *s.curSecondText == secondNow))) {
+    return;
+  }
   s.curText = text;
   s.curStyle = style;
+  if (style.second.shown) {
+    renderPair(text);
+    return;
+  }
   OverlayHost& host = services.host;
+  if (s.curSecondText) {  // the second was drawn and is gone now
+    s.curSecondText.reset();
+    host.setSecondText({}, {});
+  }
   if (text.empty()) {
     host.setTextLayers({}, brand);
     host.setBandHidden(true);
@@ -411,7 +446,7 @@ prefs::Values Controller::preferenceValues() const noexcept {
   // A value written by hand (defaults write) may be anything: the window
   // offers two choices, and anything but the band draws as the outline.
   return {s.fontSize, s.strokeWidth, s.alpha, s.bgMode == 1 ? 1 : 0,
-          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder))};
+          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder)), secondValues()};
 }
 
 // The sliders' ranges are the limits here: values are stored as given.
@@ -457,6 +492,12 @@ void Controller::perform(MenuAction action) noexcept {
       break;
     case MenuAction::autoPick:
       menuAutoPick();
+      break;
+    case MenuAction::openSecond:
+      openSecondFileDialog();
+      break;
+    case MenuAction::removeSecond:
+      removeSecondSubtitle();
       break;
     case MenuAction::offsetM5:  // the 5 is half a second
       bumpOffset(-0.5);

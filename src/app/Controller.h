@@ -60,11 +60,49 @@ class Controller {
     double v;  // player position when marked
     double t;  // subtitle time showing then
   };
+  // A second subtitle shown with the first, timed on its own: a translation
+  // from another release rarely shares the first's offset or rate.
+  struct Second {
+    std::vector<Cue> cues;
+    std::vector<double> starts;
+    std::optional<std::string> path;
+    std::string name;
+    double offset = 0;
+    double scale = 1.0;
+    int scaleIdx = 0;
+    std::map<int, CalPoint> calPoints;
+    std::optional<double> lastShownT;
+  };
+  // How the second is drawn; fontSize 0 follows the first's at 0.8.
+  struct SecondLook {
+    double fontSize = 0;
+    RGBA color;
+    bool above = false;
+  };
+  // What of the second's look a layout depends on; empty while none is loaded.
+  struct SecondStyle {
+    bool shown = false;
+    double fontSize = 0;
+    RGBA color;
+    bool above = false;
+    bool operator==(const SecondStyle&) const = default;
+  };
+  // The timing the keys, rate presets and calibration move: the first's or
+  // the second's.
+  struct Timing {
+    double& offset;
+    double& scale;
+    int& scaleIdx;
+    std::map<int, CalPoint>& calPoints;
+    std::optional<double>& lastShownT;
+    const std::optional<std::string>& path;
+  };
   // The style a layout was made under; a layout is redone when it differs.
   struct Style {
     long long bgMode;
     double fontSize, strokeWidth, winW, winH;
     bool brand;
+    SecondStyle second{};
     bool operator==(const Style&) const = default;
   };
   struct State {
@@ -93,6 +131,10 @@ class Controller {
     bool lastPermissionIssue = false;
     bool permissionAlertOpen = false;  // the alert's modal loop runs ticks too
     bool debugLog = false;
+    Second second;
+    bool adjustSecond = false;  // which of the two the timing keys move
+    SecondLook secondLook;
+    std::optional<std::string> curSecondText;
   };
 
   struct ScalePreset {
@@ -110,7 +152,7 @@ class Controller {
   // start-up subtitle and shows the start hint. The shell then calls tick()
   // every 0.05 s.
   Controller(ControllerServices services, std::unique_ptr<SyncSource> sync, std::optional<std::string> subtitlePath,
-             Conventions conventions = {});
+             Conventions conventions = {}, std::optional<std::string> secondPath = std::nullopt);
   Controller(const Controller&) = delete;
   Controller& operator=(const Controller&) = delete;
 
@@ -162,6 +204,25 @@ class Controller {
 
   void render(const std::string& text, bool brand) noexcept;
 
+  // The second subtitle. Loading one without a first loads the first; the
+  // first's own file is refused. `s` switches which one the timing keys,
+  // rate presets and calibration adjust.
+  void loadSecondSubtitle(const std::string& path) noexcept;
+  void removeSecondSubtitle() noexcept;
+  void openSecondFileDialog() noexcept;
+  void switchAdjusted() noexcept;
+  // A drop: with the platform's modifier for it held, the second.
+  void fileDropped(const std::string& path, bool asSecond) noexcept;
+  void setSecondFontSize(double size) noexcept;
+  void setSecondColor(const std::string& hex) noexcept;
+  void setSecondAbove(bool above) noexcept;
+  // The second's text due at the last tick; absent while none is loaded.
+  std::optional<std::string_view> secondShown() const noexcept;
+  // Whether the menu shows an item now (removing the second only while
+  // there is one), and a count that changes whenever that may have.
+  bool menuItemShown(MenuAction action) const noexcept;
+  int menuRevision() const noexcept { return menuRevisionCount; }
+
   // The preferences window: what it shows when opened, and its controls'
   // actions, called on every change (continuously while a slider is
   // dragged). Each writes its setting at once; the next tick redraws.
@@ -195,6 +256,21 @@ class Controller {
   void setStatus(std::string_view text);
   bool showNextNote();
   double now() const { return services.clock.uptime(); }
+  Timing adjusted() noexcept;
+  Timing firstTiming() noexcept;
+  Timing secondTiming() noexcept;
+  // " (second)" while the second is adjusted: hints must say which moved.
+  std::string_view adjustedSuffix() const noexcept;
+  void saveTiming(const Timing& timing) noexcept;
+  void readSecondLook() noexcept;
+  void startSecond(const std::optional<std::string>& secondPath) noexcept;
+  void followEpisode(long long episode) noexcept;
+  const std::string& secondTextAt(double position) noexcept;
+  void planSecondExtraTick(double position);
+  void renderPair(const std::string& text) noexcept;
+  double secondFontSize() const noexcept;
+  prefs::Values::Second secondValues() const noexcept;
+  std::optional<std::string> chooseSubtitleFile() noexcept;
 
   ControllerServices services;
   const Conventions conventions;
@@ -205,6 +281,8 @@ class Controller {
   std::string statusLine;
   std::string shownStatus;         // what the status line shows; the host hears only of changes
   std::vector<std::string> notes;  // waiting for the status line, first first
+  std::string_view secondNow;      // the second's text the last tick found
+  int menuRevisionCount = 0;
 };
 
 // The start-up subtitle: the first argument after the program's path, when

@@ -114,4 +114,44 @@ std::optional<std::string> findInFolder(const std::string& folder, long long epi
   return std::nullopt;
 }
 
+std::optional<std::string> pairedName(std::string_view first, std::string_view second, std::string_view newFirst) {
+  std::size_t head = 0;
+  while (head < first.size() && head < second.size() && first[head] == second[head]) ++head;
+  std::size_t tail = 0;
+  while (tail < first.size() - head && tail < second.size() - head &&
+         first[first.size() - 1 - tail] == second[second.size() - 1 - tail]) {
+    ++tail;
+  }
+  const std::string_view from = first.substr(head, first.size() - head - tail);
+  const std::string_view to = second.substr(head, second.size() - head - tail);
+  // The part that differs sits next to what the files share at their end...
+  const std::string_view ending = first.substr(head);
+  if (newFirst.ends_with(ending)) {
+    std::string name(newFirst.substr(0, newFirst.size() - ending.size()));
+    return name.append(to).append(first.substr(first.size() - tail));
+  }
+  // ...or next to what they share at their beginning.
+  const std::string_view beginning = first.substr(0, head + from.size());
+  if (newFirst.starts_with(beginning)) {
+    std::string name(first.substr(0, head));
+    return name.append(to).append(newFirst.substr(beginning.size()));
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> findNamed(const std::string& folder, std::string_view name) {
+  DIR* dir = ::opendir(folder.c_str());
+  if (!dir) return std::nullopt;
+  const std::string wanted = unicode::composed(name);
+  std::optional<std::string> found;
+  while (const dirent* entry = ::readdir(dir)) {
+    if (unicode::composed(entry->d_name) == wanted) {
+      found = path::append(folder, entry->d_name);
+      break;
+    }
+  }
+  ::closedir(dir);
+  return found;
+}
+
 }  // namespace lumerix::episode

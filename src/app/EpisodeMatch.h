@@ -26,4 +26,15 @@ bool nameMatches(std::string_view lowercasedName, long long episode);
 // cannot be listed or nothing matches.
 std::optional<std::string> findInFolder(const std::string& folder, long long episode);
 
+// The name that stands to newFirst as second stands to first: what lies
+// between their common beginning and their common end is swapped, either at
+// newFirst's end ("Show.S01E02.en.srt" and "Show.S01E02.zh.srt" make
+// "Show.S01E03.en.srt" into "Show.S01E03.zh.srt") or at its beginning
+// ("en.Show.S01E02.srt"). Absent when newFirst has neither shape.
+std::optional<std::string> pairedName(std::string_view first, std::string_view second, std::string_view newFirst);
+
+// The entry of folder named name (compared after canonical composition), as
+// listed; absent when there is none or the folder cannot be listed.
+std::optional<std::string> findNamed(const std::string& folder, std::string_view name);
+
 }  // namespace lumerix::episode

@@ -11,6 +11,13 @@ inline constexpr const char* didOnboard = "DidOnboard";          // bool: the fi
 inline constexpr const char* debugLog = "DebugLog";              // bool, set by hand: the PXDBG line
 inline constexpr const char* subtitleFolder = "SubtitleFolder";  // string: where the next episode is looked for
 inline constexpr const char* targetPlayer = "TargetPlayer";      // string, Linux: the MPRIS player to follow
+// The second subtitle: how it is drawn, and the start-up pair it was last
+// loaded in (the file and the first it was shown with).
+inline constexpr const char* secondPosition = "SecondPosition";     // string: "below" (else) or "above"
+inline constexpr const char* secondFontSize = "SecondFontSize";     // double, points; unset: 0.8 x FontSize
+inline constexpr const char* secondColor = "SecondColor";           // string "#RRGGBB"
+inline constexpr const char* secondSubtitlePath = "SecondSubtitlePath";  // string; empty: none
+inline constexpr const char* secondPairedWith = "SecondSubtitleFirst";   // string: the first's path then
 // The panel's frame, saved and restored by the shell under this name.
 inline constexpr const char* panelFrame = "LumerixPanel";
 

@@ -8,6 +8,7 @@
 #include "app/Controller.h"
 #include "app/EpisodeMatch.h"
 #include "app/SettingsKeys.h"
+#include "app/SubtitleFiles.h"
 #include "subtitles/SRTParser.h"
 #include "ui/Texts.h"
 #include "util/Files.h"
@@ -18,7 +19,7 @@
 
 namespace lumerix {
 
-namespace {
+namespace loading {
 
 // The side file's offset and scale, when it holds a JSON object of numbers only.
 std::optional<std::pair<double, double>> readTiming(const std::string& sidePath) {
@@ -45,10 +46,10 @@ Result<std::vector<Cue>, SubtitleReadError> parseGuarded(const std::string& path
   return R::failure(FileReadError{ENOMEM, std::strerror(ENOMEM)});
 }
 
-}  // namespace
+}  // namespace loading
 
 void Controller::loadSubtitle(const std::string& path) noexcept {
-  auto parsed = parseGuarded(path);
+  auto parsed = loading::parseGuarded(path);
   if (!parsed) {
     // The previous file, its timing and the folder all stay in force.
     showHint("Failed to load: " + describe(parsed.error()));
@@ -64,7 +65,7 @@ void Controller::loadSubtitle(const std::string& path) noexcept {
   s.offset = 0;
   s.scale = 1.0;
   services.defaults.set(keys::subtitleFolder, path::parent(path));
-  if (auto timing = readTiming(path + ".sync.json")) std::tie(s.offset, s.scale) = *timing;
+  if (auto timing = loading::readTiming(path + ".sync.json")) std::tie(s.offset, s.scale) = *timing;
   char suffix[96] = "";
   if (s.offset != 0 || s.scale != 1.0) {
     cFormatInto(suffix, sizeof suffix, " (restored offset %+.2fs, rate %.4f)", s.offset, s.scale);
@@ -83,7 +84,10 @@ void Controller::maybeAutoPick(const std::string& track) noexcept {
   if (!number) number = episode::numberIn(track);
   if (!number) return;
   if (const auto found = findEpisodeSubtitle(*number)) {
-    if (!s.subPath || unicode::composed(*s.subPath) != unicode::composed(*found)) loadSubtitle(*found);
+    if (!s.subPath || unicode::composed(*s.subPath) != unicode::composed(*found)) {
+      loadSubtitle(*found);
+      followEpisode(*number);
+    }
     return;
   }
   if (!s.cues.empty()) return;  // keep what is loaded rather than nag
@@ -97,8 +101,12 @@ std::optional<std::string> Controller::findEpisodeSubtitle(long long episode) no
 }
 
 void Controller::openFileDialog() noexcept {
+  if (const auto path = chooseSubtitleFile()) fileDropped(*path);
+}
+
+std::optional<std::string> Controller::chooseSubtitleFile() noexcept {
   services.app.activate();
-  if (const auto path = services.dialogs.chooseFile({"srt", "vtt"})) fileDropped(*path);
+  return services.dialogs.chooseFile({"srt", "vtt"});
 }
 
 std::optional<std::string> Controller::subtitlePathFrom(const std::vector<std::string>& paths) noexcept {

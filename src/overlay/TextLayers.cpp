@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 #include "util/Unicode.h"
 
@@ -41,6 +42,37 @@ std::vector<TextLayer> attributedLayers(const std::string& text, bool brand, dou
   }
   layers.push_back({.text = text, .font = font, .foreground = RGBA::white(1, 1)});
   return layers;
+}
+
+std::vector<TextLayer> secondLayers(const std::string& text, double fontSize, double strokeWidth, long long bgMode,
+                                    RGBA color) {
+  std::vector<TextLayer> layers = attributedLayers(text, false, fontSize, strokeWidth, bgMode);
+  layers.back().foreground = color;
+  return layers;
+}
+
+std::optional<RGBA> colorFromHex(std::string_view hex) {
+  if (hex.size() != 7 || hex[0] != '#') return std::nullopt;
+  auto nibble = [](char c) -> int {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  double parts[3];
+  for (int i = 0; i < 3; ++i) {
+    const int hi = nibble(hex[1 + 2 * i]), lo = nibble(hex[2 + 2 * i]);
+    if (hi < 0 || lo < 0) return std::nullopt;
+    parts[i] = (hi * 16 + lo) / 255.0;
+  }
+  return RGBA{parts[0], parts[1], parts[2], 1};
+}
+
+std::string hexFromColor(RGBA color) {
+  auto byte = [](double v) { return static_cast<unsigned>(std::lround(std::clamp(v, 0.0, 1.0) * 255)); };
+  char text[8];
+  std::snprintf(text, sizeof text, "#%02X%02X%02X", byte(color.r), byte(color.g), byte(color.b));
+  return text;
 }
 
 }  // namespace lumerix

@@ -72,6 +72,13 @@ class OverlayHost {
 
   virtual void setBandFrame(const Rect& frame) = 0;
   virtual void setBandHidden(bool hidden) = 0;
+
+  // A second block of text in the text view, drawn as the first is (never
+  // as a nameplate) in its own frame; no layers: none.
+  virtual void setSecondText(const std::vector<TextLayer>& layers, const Rect& frame) {
+    (void)layers;
+    (void)frame;
+  }
 };
 
 // A panel that shows nothing: for programs and benchmarks without a screen.

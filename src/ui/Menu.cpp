@@ -10,6 +10,8 @@ std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style) {
   std::vector<MenuItem> menu{
       {"Open Subtitle…", "o", A::open, {}},
       {"Re-enable Episode Auto-pick", "a", A::autoPick, {}},
+      {"Open Second Subtitle…", "", A::openSecond, {}},
+      {"Remove Second Subtitle", "", A::removeSecond, {}},
       separator,
       {"Subtitle Timing",
        "",

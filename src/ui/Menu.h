@@ -9,6 +9,8 @@ enum class MenuAction {
   none,  // separators and submenu headers
   open,
   autoPick,
+  openSecond,
+  removeSecond,
   offsetM5,
   offsetM1,
   offsetP1,

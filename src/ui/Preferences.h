@@ -33,6 +33,26 @@ inline constexpr std::string_view chooseTitle = "Choose…";
 // Linux: a check box that adds Lumerix to the desktop's autostart.
 inline constexpr std::string_view startAtLoginTitle = "Start at Login";
 
+// The second subtitle's rows.
+inline constexpr std::string_view secondTitle = "Second subtitle";
+inline constexpr std::string_view secondOpenTitle = "Open…";
+inline constexpr std::string_view secondRemoveTitle = "Remove";
+inline constexpr std::string_view secondNone = "none";
+inline constexpr SliderRow secondFontRow{"Second text size", 12, 60, 22};
+inline constexpr std::string_view secondPositionTitle = "Second position";
+// The item's index: 0 below the first, 1 above.
+inline constexpr std::string_view secondPositionItems[] = {"Below the first", "Above the first"};
+inline constexpr std::string_view secondColorTitle = "Second colour";
+struct ColorChoice {
+  std::string_view title;
+  std::string_view hex;  // as "SecondColor" holds it
+};
+// The first is the default. A colour written by hand shows as none of them.
+inline constexpr ColorChoice secondColors[] = {
+    {"Soft yellow", "#FFE680"}, {"White", "#FFFFFF"}, {"Light blue", "#A8D8FF"},
+    {"Light green", "#B8F0A8"}, {"Pink", "#FFB8D8"},
+};
+
 // Value labels, from the sliders' values: the font size truncated ("28"),
 // the outline with one decimal ("7.0"), the opacity as a truncated percentage
 // ("92%"; a product just below an integer shows one less, as it should).
@@ -49,6 +69,13 @@ struct Values {
   double alpha = 0;
   long long bgMode = 0;  // the pop-up's index
   std::string folder;    // the folder label's text
+  struct Second {
+    std::string file;  // the second subtitle's file name, or secondNone
+    bool loaded = false;
+    double fontSize = 0;
+    long long position = 0;  // the pop-up's index
+    long long color = -1;    // index in secondColors; -1: a colour of the user's own
+  } second;
 };
 
 }  // namespace lumerix::prefs

@@ -1,0 +1,350 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "ControllerFakes.h"
+#include "FakeSystem.h"
+#include "SyncTestSupport.h"
+#include "app/Controller.h"
+#include "app/EpisodeMatch.h"
+#include "platform/KeyCodes.h"
+#include "util/Files.h"
+
+namespace lumerix {
+namespace {
+
+using ::testing::ElementsAre;
+
+const char* const kFirst =
+    "1\n00:00:01,000 --> 00:00:03,000\nFirst\n\n"
+    "2\n00:00:10,000 --> 00:00:12,000\nThird\nline two\n";
+const char* const kSecond =
+    "1\n00:00:02,000 --> 00:00:04,000\nEins\n\n"
+    "2\n00:00:06,000 --> 00:00:08,000\nZwei\n";
+
+struct Rig {
+  test::FakeSystem clock;
+  MemorySettingsStore settings;
+  test::RecordingHost host;
+  test::RecordingDialogs dialogs;
+  std::unique_ptr<test::ScriptedSource> owned = std::make_unique<test::ScriptedSource>();
+  test::ScriptedSource* source = owned.get();
+  std::unique_ptr<Controller> c;
+  test::TempDir dir;
+
+  Controller& start(std::optional<std::string> path = std::nullopt, std::optional<std::string> second = std::nullopt) {
+    c = std::make_unique<Controller>(ControllerServices{clock, settings, host, dialogs, dialogs}, std::move(owned),
+                                     path, Conventions{}, second);
+    return *c;
+  }
+  std::string file(const std::string& name, const std::string& text) {
+    dir.write(name, text);
+    return dir.path(name);
+  }
+  std::string folder() const { return test::TempDir::parentOf(dir.path("x")); }
+  void tickAt(double position, std::string track = "Show") {
+    source->next = test::playingAt(position, std::move(track));
+    c->tick();
+  }
+  std::string firstShown() const { return host.layers.empty() ? "" : host.layers.back().text; }
+  std::string secondShown() const { return host.secondLayers.empty() ? "" : host.secondLayers.back().text; }
+  const Controller::State& s() const { return c->state(); }
+  nlohmann::json side(const std::string& path) const {
+    std::string text;
+    return readWholeFile(path + ".sync.json", text) ? nlohmann::json::parse(text) : nlohmann::json();
+  }
+};
+
+TEST(SecondSubtitle, BothShowAtTheirOwnTimesWithTheirOwnSideFiles) {
+  Rig r;
+  const std::string first = r.file("a.srt", kFirst);
+  const std::string second = r.file("b.srt", kSecond);
+  r.dir.write("b.srt.sync.json", R"({"offset":-1})");
+  r.start(first, second);
+  EXPECT_EQ(r.s().second.name, "b.srt");
+  EXPECT_EQ(r.s().second.offset, -1);
+  EXPECT_EQ(r.s().offset, 0);
+
+  struct Step {
+    double at;
+    const char *first, *second;
+  };
+  // The second runs a second late: its "Eins" (2 to 4 s) shows from 3 to 5.
+  for (const Step& step : {Step{1.5, "First", ""}, Step{3.0, "First", "Eins"}, Step{4.5, "", "Eins"},
+                           Step{5.5, "", ""}, Step{7.5, "", "Zwei"}, Step{10.5, "Third\nline two", ""}}) {
+    r.tickAt(step.at);
+    EXPECT_EQ(r.firstShown(), step.first) << step.at;
+    EXPECT_EQ(r.secondShown(), step.second) << step.at;
+    EXPECT_EQ(r.c->secondShown(), step.second) << step.at;
+  }
+  // The next change of the second's text gets its own extra tick: "Zwei"
+  // starts at 7 s of player time (6 s of its own).
+  r.tickAt(6.98);
+  ASSERT_TRUE(r.c->extraTickIn());
+  EXPECT_NEAR(*r.c->extraTickIn(), 0.022, 1e-9);
+
+  // Removing it leaves the first as it was, and forgets the pair.
+  r.c->perform(MenuAction::removeSecond);
+  EXPECT_FALSE(r.c->secondShown());
+  EXPECT_FALSE(r.c->menuItemShown(MenuAction::removeSecond));
+  EXPECT_EQ(r.settings.stringFor("SecondSubtitlePath"), "");
+  r.host.take();
+  r.tickAt(7.5);
+  EXPECT_THAT(r.host.calls, testing::Contains("second:@0,0,0,0"));
+  EXPECT_EQ(r.s().subPath, first);
+}
+
+TEST(SecondSubtitle, SwitchingDecidesWhichTimingEveryKeyMoves) {
+  Rig r;
+  const std::string first = r.file("a.srt", kFirst);
+  const std::string second = r.file("b.srt", kSecond);
+  r.start(first);
+  r.c->handleKey(0, false, "s");
+  EXPECT_EQ(r.host.status, "No second subtitle — open one from the menu");
+  EXPECT_FALSE(r.s().adjustSecond);
+  r.dialogs.chosenFile = second;
+  r.c->perform(MenuAction::openSecond);
+  EXPECT_EQ(r.host.status, "Loaded b.srt as the second · 2 cues");
+  EXPECT_TRUE(r.c->menuItemShown(MenuAction::removeSecond));
+  const int revision = r.c->menuRevision();
+
+  r.c->handleKey(0, false, "s");
+  EXPECT_EQ(r.host.status, "Adjusting: second subtitle");
+  r.c->handleKey(0, false, ".");
+  EXPECT_EQ(r.host.status, "Timing offset +0.1s (second)");
+  r.c->handleKey(keycode::right, false, "");
+  r.c->handleKey(0, false, ",");
+  r.c->perform(MenuAction::offsetP5);
+  r.c->handleKey(keycode::up, false, "");
+  r.c->handleKey(keycode::up, false, "");
+  r.c->handleKey(keycode::down, false, "");
+  EXPECT_DOUBLE_EQ(r.s().second.offset, 1.0);
+  EXPECT_DOUBLE_EQ(r.s().second.scale, 1.0005);
+  r.c->handleKey(0, false, "f");
+  EXPECT_EQ(r.host.status, "Frame-rate ratio 1.0427 (23.976→25) (second)");
+  EXPECT_EQ(r.side(second), nlohmann::json::parse(R"({"offset":1.0,"scale":1.042709})"));
+  // The first was never touched, nor written.
+  EXPECT_EQ(r.s().offset, 0);
+  EXPECT_EQ(r.s().scale, 1);
+  EXPECT_EQ(r.s().scaleIdx, 0);
+  EXPECT_FALSE(std::filesystem::exists(first + ".sync.json"));
+
+  // The status line says whose timing it shows.
+  r.clock.advance(3.1);
+  r.tickAt(3);
+  EXPECT_EQ(r.host.status, "⇄ Show  00:03 · second: b.srt  offset +1.0s  rate 1.0427");
+
+  // Two-point calibration of the second alone: marked on the second's clock.
+  r.source->next = test::playingAt(100);
+  r.c->handleKey(0, false, "1");
+  r.c->bumpOffset(+2);  // aligned by ear, then the second point
+  r.source->next = test::playingAt(1000);
+  r.c->handleKey(0, false, "2");
+  EXPECT_NEAR(r.s().second.scale, (1000 * 1.0427093760427095 + 3 - (100 * 1.0427093760427095 + 1)) / 900, 1e-9);
+  EXPECT_THAT(r.host.status, testing::EndsWith("— saved (second)"));
+  EXPECT_EQ(r.s().offset, 0);
+  EXPECT_TRUE(r.s().calPoints.empty());
+
+  // Back to the first: the same keys move it, and only it.
+  const double secondOffset = r.s().second.offset;
+  r.c->handleKey(0, false, "s");
+  EXPECT_EQ(r.host.status, "Adjusting: first subtitle");
+  r.c->handleKey(0, false, ".");
+  EXPECT_EQ(r.host.status, "Timing offset +0.1s");
+  r.c->handleKey(0, false, "f");
+  EXPECT_DOUBLE_EQ(r.s().offset, 0.1);
+  EXPECT_EQ(r.s().scaleIdx, 1);
+  EXPECT_EQ(r.s().second.offset, secondOffset);
+  EXPECT_EQ(r.side(first), nlohmann::json::parse(R"({"offset":0.1,"scale":1.042709})"));
+
+  // Quitting saves both; reloading the second restores its own timing.
+  std::filesystem::remove(second + ".sync.json");
+  r.c->quit();
+  EXPECT_NEAR(r.side(second)["offset"].get<double>(), secondOffset, 1e-3);
+  r.c->loadSecondSubtitle(second);
+  EXPECT_NEAR(r.s().second.offset, secondOffset, 1e-3);
+  EXPECT_GT(r.c->menuRevision(), revision);
+}
+
+TEST(SecondSubtitle, BadInputLeavesTheFirstAsItWas) {
+  Rig r;
+  const std::string second = r.file("b.srt", kSecond);
+  r.start();
+  // Without a first, a second is the first.
+  r.c->fileDropped(second, true);
+  EXPECT_EQ(r.s().subPath, second);
+  EXPECT_FALSE(r.s().second.path);
+
+  const std::string first = r.file("a.srt", kFirst);
+  r.c->fileDropped(first, false);
+  r.c->fileDropped(second, true);
+  EXPECT_EQ(r.s().subPath, first);
+  EXPECT_EQ(r.s().second.path, second);
+
+  // The first's own file, under any of its names, is refused.
+  std::filesystem::create_symlink(first, r.dir.path("link.srt"));
+  for (const std::string& same : {first, r.dir.path("link.srt"), r.dir.path("./a.srt")}) {
+    r.c->loadSecondSubtitle(same);
+    EXPECT_EQ(r.host.status, "That file is the first subtitle already — choose another for the second") << same;
+    EXPECT_EQ(r.s().second.path, second);
+  }
+  // A file that cannot be read changes neither.
+  r.c->loadSecondSubtitle(r.dir.path("missing.srt"));
+  EXPECT_EQ(r.host.status, "Failed to load: No such file or directory");
+  EXPECT_EQ(r.s().subPath, first);
+  EXPECT_EQ(r.s().second.path, second);
+  EXPECT_EQ(r.s().cues.size(), 2u);
+}
+
+TEST(SecondSubtitle, FollowsTheEpisodeByHowTheNamesDiffer) {
+  Rig r;
+  for (const char* name : {"Show.S01E02.en.srt", "Show.S01E02.zh.srt", "Show.S01E03.en.srt", "Show.S01E03.zh.srt",
+                           "Show.S01E04.en.srt", "Show.S01E04.zh-old.srt"}) {
+    r.dir.write(name, kFirst);
+  }
+  r.dir.write("Show.S01E03.zh.srt.sync.json", R"({"offset":2.5})");
+  r.start();
+  r.settings.set("SubtitleFolder", r.folder());
+  r.tickAt(1, "Episode 2");
+  EXPECT_EQ(r.s().subName, "Show.S01E02.en.srt");
+  r.c->loadSecondSubtitle(r.dir.path("Show.S01E02.zh.srt"));
+
+  r.tickAt(1, "Episode 3");
+  EXPECT_EQ(r.s().subName, "Show.S01E03.en.srt");
+  EXPECT_EQ(r.s().second.name, "Show.S01E03.zh.srt");
+  EXPECT_EQ(r.s().second.offset, 2.5);
+  // Both loads are told: the first's now, the second's after it.
+  EXPECT_THAT(r.host.status, testing::StartsWith("Loaded Show.S01E03.en.srt"));
+  r.clock.advance(3.1);
+  r.tickAt(2, "Episode 3");
+  EXPECT_THAT(r.host.status, testing::StartsWith("Loaded Show.S01E03.zh.srt as the second"));
+
+  // No file named by the rule: no second rather than a near miss.
+  r.clock.advance(3.1);
+  r.tickAt(1, "Episode 4");
+  EXPECT_EQ(r.s().subName, "Show.S01E04.en.srt");
+  EXPECT_FALSE(r.s().second.path);
+  r.clock.advance(3.1);
+  r.tickAt(2, "Episode 4");
+  EXPECT_EQ(r.host.status, "No second subtitle for Show.S01E04.en.srt — second removed");
+  EXPECT_EQ(r.settings.stringFor("SecondSubtitlePath"), "");
+}
+
+TEST(SecondSubtitle, TheStartUpPairComesBack) {
+  Rig one;
+  const std::string first = one.file("en/Show.S01E05.srt", kFirst);
+  const std::string second = one.file("zh/Show.S01E05.srt", kSecond);
+  one.file("en/Show.S01E06.srt", kFirst);
+  one.file("zh/Show.S01E06.srt", kSecond);
+  one.start(first, second);
+  EXPECT_EQ(one.settings.stringFor("SecondSubtitlePath"), second);
+  EXPECT_EQ(one.settings.stringFor("SecondSubtitleFirst"), first);
+
+  // The same first at start: its second with it. Another first: none.
+  for (const bool same : {true, false}) {
+    Rig again;
+    again.settings.set("SecondSubtitlePath", second);
+    again.settings.set("SecondSubtitleFirst", first);
+    again.start(same ? first : one.dir.path("en/Show.S01E06.srt"));
+    EXPECT_EQ(again.s().second.path.has_value(), same);
+  }
+
+  // Started bare, the episode picked brings the second of its folder by the
+  // remembered pair's names.
+  Rig bare;
+  bare.settings.set("SecondSubtitlePath", second);
+  bare.settings.set("SecondSubtitleFirst", first);
+  bare.settings.set("SubtitleFolder", test::TempDir::parentOf(first));
+  bare.start();
+  bare.tickAt(1, "Episode 6");
+  EXPECT_EQ(bare.s().subPath, one.dir.path("en/Show.S01E06.srt"));
+  EXPECT_EQ(bare.s().second.path, one.dir.path("zh/Show.S01E06.srt"));
+  EXPECT_EQ(bare.settings.stringFor("SecondSubtitleFirst"), one.dir.path("en/Show.S01E06.srt"));
+}
+
+TEST(SecondSubtitle, PairedNamesSwapWhatDiffers) {
+  using episode::pairedName;
+  struct Case {
+    const char *first, *second, *newFirst;
+    std::optional<std::string> expected;
+  };
+  const Case cases[] = {
+      {"Show.S01E02.en.srt", "Show.S01E02.zh.srt", "Show.S01E03.en.srt", "Show.S01E03.zh.srt"},
+      {"Show.S01E02.srt", "Show.S01E02.zh.srt", "Show.S01E03.srt", "Show.S01E03.zh.srt"},
+      {"A.S01E12.en.srt", "A.S01E12.eng.vtt", "A.S01E13.en.srt", "A.S01E13.eng.vtt"},
+      {"en.Show.S01E02.srt", "zh.Show.S01E02.srt", "en.Show.S01E03.srt", "zh.Show.S01E03.srt"},
+      {"Show.S01E02.srt", "Show.S01E02.srt", "Show.S01E03.srt", "Show.S01E03.srt"},  // folder per language
+      {"Show.S01E02.en.srt", "Show.S01E02.zh.srt", "Other.S01E03.fr.srt", std::nullopt},
+      {"Show 中文 02.srt", "Show 英文 02.srt", "Show 中文 03.srt", "Show 英文 03.srt"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(pairedName(c.first, c.second, c.newFirst), c.expected) << c.first;
+}
+
+// ---- layout ------------------------------------------------------------------------------
+
+TEST(SecondSubtitleLayout, TwoBlocksWithTheirOwnSizeColourAndPlace) {
+  Rig r;
+  const std::string first = r.file("a.srt", kFirst);
+  const std::string second = r.file("b.srt", kSecond);
+  r.start(first, second);
+  // 816 x 125; blocks 756 wide, 20 a line (+6), the second below the first.
+  r.tickAt(3.0);
+  EXPECT_EQ(test::str(r.host.secondFrame), "30,26,756,26");
+  EXPECT_EQ(test::str(r.host.textFrame), "30,54,756,26");
+  ASSERT_EQ(r.host.secondLayers.size(), 2u);  // outline and fill, as the first's
+  EXPECT_DOUBLE_EQ(r.host.secondLayers.back().font.size, 22.4);
+  EXPECT_EQ(r.host.secondLayers.back().foreground, (RGBA{1, 230 / 255.0, 128 / 255.0, 1}));
+  EXPECT_EQ(r.host.layers.back().font.size, 28);
+  EXPECT_EQ(r.host.layers.back().foreground, RGBA::white(1, 1));
+
+  // Only the first has a cue: the second's line keeps its place.
+  r.tickAt(1.5);
+  EXPECT_EQ(r.secondShown(), "");
+  EXPECT_EQ(test::str(r.host.textFrame), "30,54,756,26");
+  // Only the second: the first's place is kept too, when it is above.
+  r.c->setSecondAbove(true);
+  r.tickAt(7.0);
+  EXPECT_EQ(test::str(r.host.textFrame), "30,26,756,26");
+  EXPECT_EQ(test::str(r.host.secondFrame), "30,54,756,26");
+  EXPECT_EQ(r.settings.stringFor("SecondPosition"), "above");
+
+  // Two lines and a line need more than 125: the bar grows, once.
+  r.c->setSecondAbove(false);
+  r.c->setSecondFontSize(30);
+  r.c->setSecondColor("#a8d8ff");
+  r.host.take();
+  r.tickAt(10.5);
+  r.tickAt(10.6);
+  EXPECT_THAT(r.host.calls, testing::Contains("frame:552,108,816,130"));
+  EXPECT_EQ(r.host.frame.height, 130);
+  EXPECT_EQ(test::str(r.host.textFrame), "30,54,756,46");
+  EXPECT_EQ(r.c->preferenceValues().second.fontSize, 30);
+  EXPECT_EQ(r.c->preferenceValues().second.color, 2);
+  EXPECT_EQ(r.settings.stringFor("SecondColor"), "#A8D8FF");
+
+  // The band lies behind both blocks.
+  r.c->toggleBG();
+  r.tickAt(3.0);
+  EXPECT_EQ(r.host.calls.back(), "band:shown");
+  EXPECT_THAT(r.host.calls, testing::Contains("bandFrame:367,19,82,66"));
+}
+
+TEST(SecondSubtitleLayout, SettingsGiveTheLookAndAFollowingSize) {
+  Rig r;
+  r.settings.set("SecondColor", std::string("not a colour"));
+  r.settings.set("SecondPosition", std::string("sideways"));
+  r.settings.set("FontSize", 40.0);
+  r.start(r.file("a.srt", kFirst), r.file("b.srt", kSecond));
+  const prefs::Values::Second v = r.c->preferenceValues().second;
+  EXPECT_EQ(v.color, 0);     // the soft yellow
+  EXPECT_EQ(v.position, 0);  // below
+  EXPECT_EQ(v.fontSize, 32);
+  EXPECT_EQ(v.file, "b.srt");
+  r.c->bumpFont(+2);  // followed while unset
+  EXPECT_EQ(r.c->preferenceValues().second.fontSize, 33.6);
+}
+
+}  // namespace
+}  // namespace lumerix
