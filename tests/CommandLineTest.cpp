@@ -48,6 +48,11 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
       {{}, Mode::run, ""},
       {{"movie.srt"}, Mode::run, "movie.srt"},  // the launch form
       {{"--player", "mpv", "movie.srt"}, Mode::run, "movie.srt"},
+      {{"--second", "zh.srt", "en.srt"}, Mode::run, "en.srt"},
+      {{"--second"}, Mode::usageError, ""},
+      {{"--second="}, Mode::usageError, ""},
+      {{"--dump-cues", "a", "--second", "b"}, Mode::usageError, ""},
+      {{"--demo", "--second", "b"}, Mode::usageError, ""},
       {{"--dump-cues"}, Mode::usageError, ""},
       {{"--dump-cues="}, Mode::usageError, ""},
       {{"--dump-cues", "a", "b"}, Mode::usageError, ""},
@@ -71,6 +76,7 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
   EXPECT_TRUE(parseCommandLine({"--headless", "a.srt"}).headless);
   EXPECT_FALSE(parseCommandLine({"a.srt"}).headless);
   EXPECT_EQ(parseCommandLine({"--player=vlc"}).player, "vlc");
+  EXPECT_EQ(parseCommandLine({"en.srt", "--second=zh.srt"}).second, "zh.srt");
 }
 
 struct Run {

@@ -285,6 +285,11 @@ TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
   dynamic_cast<Gtk::MenuItem*>(dynamic_cast<Gtk::MenuItem*>(children.at(5))->get_submenu()->get_children().at(1))
       ->activate();
   EXPECT_THAT(performed, ElementsAre(MenuAction::fontDown, MenuAction::offsetM1));
+  // The core decides which items show: removing a second only while there is one.
+  showMenuItems(*built.menu, [](MenuAction a) { return a != MenuAction::removeSecond; });
+  EXPECT_TRUE(children.at(2)->get_visible());
+  EXPECT_FALSE(children.at(3)->get_visible());
+  EXPECT_TRUE(children.at(4)->get_visible());  // a separator
   // Without a tray host (none here) the indicator starts and nothing breaks.
   Tray tray("", "lumerix-status", buildMenu(statusMenu(linuxUiTexts("")), [](MenuAction) {}));
   EXPECT_FALSE(tray.shown());

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <nlohmann/json.hpp>
 
 #include "ControllerFakes.h"
@@ -10,6 +11,7 @@
 #include "app/Controller.h"
 #include "app/EpisodeMatch.h"
 #include "platform/KeyCodes.h"
+#include "program/Program.h"
 #include "util/Files.h"
 
 namespace lumerix {
@@ -280,6 +282,36 @@ TEST(SecondSubtitle, PairedNamesSwapWhatDiffers) {
       {"Show 中文 02.srt", "Show 英文 02.srt", "Show 中文 03.srt", "Show 英文 03.srt"},
   };
   for (const Case& c : cases) EXPECT_EQ(pairedName(c.first, c.second, c.newFirst), c.expected) << c.first;
+}
+
+TEST(SecondSubtitle, HeadlessLinesCarryTheSecondBesideTheText) {
+  Rig r;
+  std::ostringstream out;
+  ConsoleHost console(r.clock, out);
+  auto owned = std::make_unique<test::ScriptedSource>();
+  test::ScriptedSource* source = owned.get();
+  Controller c({r.clock, r.settings, console, r.dialogs, r.dialogs}, std::move(owned), r.file("a.srt", kFirst));
+  auto tickAt = [&](double position) {
+    source->next = test::playingAt(position, "Show");
+    c.tick();
+    console.flushText(c.state().lastPosition, c.state().lastShownT, c.secondShown());
+  };
+  auto texts = [&] {
+    std::vector<std::string> lines;
+    std::istringstream in(out.str());
+    for (std::string line; std::getline(in, line);) {
+      const auto json = nlohmann::json::parse(line);
+      if (!json.contains("text")) continue;
+      lines.push_back(json["text"].get<std::string>() + "|" + (json.contains("second") ? json["second"].get<std::string>() : "-"));
+    }
+    out.str("");
+    return lines;
+  };
+  tickAt(1.5);
+  EXPECT_THAT(texts(), ElementsAre("First|-"));
+  c.loadSecondSubtitle(r.file("b.srt", kSecond));
+  for (double at : {1.6, 3.0, 3.5, 4.5, 5.5}) tickAt(at);
+  EXPECT_THAT(texts(), ElementsAre("First|Eins", "|Eins", "|"));
 }
 
 // ---- layout ------------------------------------------------------------------------------

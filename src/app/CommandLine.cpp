@@ -38,6 +38,10 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
       if (files.back().empty()) return usage("--dump-cues needs a FILE");
     } else if (a == "--headless") {
       headless = true;
+    } else if (a == "--second" || a.starts_with("--second=")) {
+      if (a == "--second" && i + 1 >= args.size()) return usage("--second needs a FILE");
+      cl.second = a == "--second" ? args[++i] : a.substr(std::string("--second=").size());
+      if (cl.second.empty()) return usage("--second needs a FILE");
     } else if (a == "--demo") {
       cl.demo = true;
     } else if (a == "--player" || a.starts_with("--player=")) {
@@ -55,8 +59,8 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
   }
   if (standalone) return cl;
   if (dumpCues) {
-    if (headless || cl.demo || !cl.player.empty()) {
-      return usage("--dump-cues cannot be combined with --headless, --demo or --player");
+    if (headless || cl.demo || !cl.player.empty() || !cl.second.empty()) {
+      return usage("--dump-cues cannot be combined with --headless, --demo, --player or --second");
     }
     if (files.size() > 1) return usage("unexpected argument '" + files[1] + "'");
     cl.mode = CommandLine::Mode::dumpCues;
@@ -64,6 +68,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
     return cl;
   }
   if (cl.demo && !files.empty()) return usage("--demo plays its own sample; drop '" + files[0] + "'");
+  if (cl.demo && !cl.second.empty()) return usage("--demo plays its own sample; drop '--second'");
   if (files.size() > 1) return usage("unexpected argument '" + files[1] + "'");
   cl.mode = CommandLine::Mode::run;
   cl.headless = headless;
@@ -79,8 +84,8 @@ std::optional<std::string> missingStartupFileNote(const std::string& file) {
 
 std::string helpText(bool window, bool linux) {
   const char* player = linux ? " [--player NAME]" : "";
-  std::string text = std::string("Usage: lumerix") + player + " [FILE]\n" + "       lumerix --headless" + player +
-                     " [FILE]\n" +
+  std::string text = std::string("Usage: lumerix") + player + " [--second FILE2] [FILE]\n" +
+                     "       lumerix --headless" + player + " [--second FILE2] [FILE]\n" +
                      "       lumerix --demo [--headless]\n"
                      "       lumerix --dump-cues FILE\n"
                      "       lumerix --help | --version\n"
@@ -103,7 +108,11 @@ std::string helpText(bool window, bool linux) {
                   "                     leads then); t is seconds since start. FILE is\n";
   text +=
       "                     the subtitle to load. Stops on Ctrl-C, saving the timing\n"
-      "                     next to FILE as FILE.sync.json.\n";
+      "                     next to FILE as FILE.sync.json.\n"
+      "  --second FILE2     show FILE2 too, under FILE (or above: the \"SecondPosition\"\n"
+      "                     setting), timed on its own (FILE2.sync.json); the headless\n"
+      "                     lines then carry its text as \"second\". Without FILE,\n"
+      "                     FILE2 is the first\n";
   if (linux) {
     text +=
         "  --player NAME      follow the MPRIS player org.mpris.MediaPlayer2.NAME\n"
@@ -138,6 +147,8 @@ std::string helpText(bool window, bool linux) {
         "  1 2                two-point calibration: 1 with a line aligned early\n"
         "                     in the video, 2 with one aligned near the end\n"
         "  f                  next frame-rate ratio\n"
+        "  s                  the timing keys, f and 1 2 adjust the second subtitle,\n"
+        "                     or the first again\n"
         "  a                  the subtitle for the episode playing\n"
         "  o                  open a subtitle\n"
         "  t                  outline or black band\n"

@@ -13,14 +13,15 @@ struct CommandLine {
   enum class Mode { help, version, dumpCues, run, usageError };
   Mode mode = Mode::help;
   std::string file;       // dumpCues: the subtitle file; run: the start-up subtitle, if any
+  std::string second;     // run: the second subtitle shown with it, if any
   bool headless = false;  // run: print what the bar would show instead of showing it
   bool demo = false;      // run: the built-in player and the bundled sample
   std::string player;     // run: the MPRIS player to follow; empty: the setting, else any
   std::string error;      // usageError: one line for stderr
 };
 
-// args excludes the program name. `lumerix [FILE]` runs the program (the
-// bar, following the player, with FILE loaded).
+// args excludes the program name. `lumerix [--second FILE2] [FILE]` runs the
+// program (the bar, following the player, with FILE loaded, and FILE2 under it).
 CommandLine parseCommandLine(const std::vector<std::string>& args);
 
 // Said on stderr when the start-up subtitle named on the command line does

@@ -56,7 +56,8 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
     preferences->showFromController();
   };
   controller = std::make_unique<Controller>(ControllerServices{clock, *settings, host, dialogs, services},
-                                            std::move(source), subtitle, player.conventions);
+                                            std::move(source), subtitle, player.conventions,
+                                            options.demo ? std::nullopt : options.second);
   host.attach(controller.get());
   const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
   for (std::string_view note : texts::desktop::notes({.composited = host.composited(),
@@ -112,6 +113,12 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
 
 void GtkShell::tick() {
   controller->tick();
+  if (controller->menuRevision() != menuRevision) {
+    menuRevision = controller->menuRevision();
+    auto shown = [this](MenuAction action) { return controller->menuItemShown(action); };
+    showMenuItems(*contextMenu.menu, shown);
+    if (tray) tray->showItems(shown);
+  }
   // The text changes before the next tick: one more tick right then.
   // (One at a time: a second boundary within the same tick waits for the next.)
   if (const auto extra = controller->extraTickIn(); extra && !extraTick.connected()) {

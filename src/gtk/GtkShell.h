@@ -20,6 +20,7 @@ namespace lumerix::gtk {
 
 struct ShellOptions {
   std::optional<std::string> subtitle;  // an existing file
+  std::optional<std::string> second;    // shown with it
   bool demo = false;
   std::string_view demoSample;  // the bundled sample subtitle's text, for the demo
   std::string player;           // MPRIS name; empty: the "TargetPlayer" setting, else any player
@@ -65,6 +66,7 @@ class GtkShell {
   sigc::connection tickTimer, extraTick, debugTimer, trayCheck;
   guint stopSignals[2] = {0, 0};
   bool quitting = false;
+  int menuRevision = -1;  // the controller's, when the menus last showed what it wants
 };
 
 }  // namespace lumerix::gtk

@@ -42,6 +42,20 @@ bool isX11(GdkWindow* w) {
   return w && GDK_IS_X11_WINDOW(w);
 }
 
+// Whether Shift is down now: the keyboard's own state, and the pointer's
+// (a drag's source may hold the keyboard, not the pointer).
+bool shiftHeld(GtkWidget* widget) {
+  GdkDisplay* display = gtk_widget_get_display(widget);
+  guint state = gdk_keymap_get_modifier_state(gdk_keymap_get_for_display(display));
+  if (GdkWindow* window = gtk_widget_get_window(widget)) {
+    GdkModifierType mask{};
+    gdk_window_get_device_position(window, gdk_seat_get_pointer(gdk_display_get_default_seat(display)), nullptr,
+                                   nullptr, &mask);
+    state |= mask;
+  }
+  return (state & GDK_SHIFT_MASK) != 0;
+}
+
 }  // namespace
 
 OverlayWindow::OverlayWindow(BarKind kind, SettingsStore& settings, TextEngine& text)
@@ -56,6 +70,7 @@ OverlayWindow::~OverlayWindow() {
   if (stackingWatched) gdk_window_remove_filter(gdk_get_default_root_window(), rootFilter, this);
   if (statusLayout) g_object_unref(statusLayout);
   if (textCache) cairo_surface_destroy(textCache);
+  if (secondCache) cairo_surface_destroy(secondCache);
 }
 
 // ---- geometry ------------------------------------------------------------------
@@ -412,6 +427,16 @@ void OverlayWindow::setTextFrame(const Rect& f) {
   redraw(textFrame, kSpill);
 }
 
+void OverlayWindow::setSecondText(const std::vector<TextLayer>& l, const Rect& f) {
+  if (l == secondLayers && f == secondFrame) return;
+  if (!secondLayers.empty()) redraw(secondFrame, kSpill);
+  secondLayers = l;
+  secondFrame = f;
+  if (secondCache) cairo_surface_destroy(secondCache);
+  secondCache = nullptr;
+  if (!secondLayers.empty()) redraw(secondFrame, kSpill);
+}
+
 void OverlayWindow::setBrandPhase(double p) {
   const double before = phase;
   phase = p;
@@ -466,6 +491,7 @@ bool OverlayWindow::draw(const Cairo::RefPtr<Cairo::Context>& context) {
     cairo_fill(cr);
   }
   drawText(cr);
+  drawSecond(cr);
   drawStatus(cr);
   cairo_pop_group_to_source(cr);
   cairo_paint_with_alpha(cr, alpha);
@@ -478,14 +504,8 @@ void OverlayWindow::drawText(cairo_t* cr) {
   // The layers, or the nameplate without its glint, drawn once and kept.
   const double spill = brand ? 0 : kSpill;
   if (!textCache) {
-    const int scale = area.get_scale_factor();
     const double w = textFrame.width + 2 * spill, h = textFrame.height + 2 * spill;
-    cairo_surface_t* image = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, static_cast<int>(std::ceil(w * scale)),
-                                                        static_cast<int>(std::ceil(h * scale)));
-    cairo_surface_set_device_scale(image, scale, scale);
-    cairo_t* c = cairo_create(image);
-    {
-      CairoCanvas canvas(c, h, lines);
+    textCache = paintOnce(cr, w, h, [&](CairoCanvas& canvas) {
       if (brand) {
         drawBrandPlate(canvas, {0, 0, w, h}, layers.front());
         if (auto g = brandGlyphBox(canvas, {0, 0, w, h}, layers.front())) {
@@ -495,18 +515,7 @@ void OverlayWindow::drawText(cairo_t* cr) {
         for (const TextLayer& layer : layers)
           canvas.drawTextBlock(layer, {spill, spill, textFrame.width, textFrame.height});
       }
-    }
-    cairo_destroy(c);
-    // Kept where the window's pixels are (an X pixmap on X11), so each
-    // frame composites it there instead of sending it again.
-    textCache = cairo_surface_create_similar(cairo_get_target(cr), CAIRO_CONTENT_COLOR_ALPHA,
-                                             static_cast<int>(std::ceil(w)), static_cast<int>(std::ceil(h)));
-    cairo_t* copy = cairo_create(textCache);
-    cairo_set_source_surface(copy, image, 0, 0);
-    cairo_set_operator(copy, CAIRO_OPERATOR_SOURCE);
-    cairo_paint(copy);
-    cairo_destroy(copy);
-    cairo_surface_destroy(image);
+    });
   }
   cairo_set_source_surface(cr, textCache, at.x - spill, at.y - spill);
   cairo_paint(cr);
@@ -521,6 +530,45 @@ void OverlayWindow::drawText(cairo_t* cr) {
     }
     cairo_restore(cr);
   }
+}
+
+void OverlayWindow::drawSecond(cairo_t* cr) {
+  if (secondLayers.empty() || !(secondFrame.width > 0) || !(secondFrame.height > 0)) return;
+  const Rect at = inWindow(secondFrame);
+  if (!secondCache) {
+    secondCache = paintOnce(cr, secondFrame.width + 2 * kSpill, secondFrame.height + 2 * kSpill,
+                            [&](CairoCanvas& canvas) {
+                              for (const TextLayer& layer : secondLayers)
+                                canvas.drawTextBlock(layer, {kSpill, kSpill, secondFrame.width, secondFrame.height});
+                            });
+  }
+  cairo_set_source_surface(cr, secondCache, at.x - kSpill, at.y - kSpill);
+  cairo_paint(cr);
+}
+
+cairo_surface_t* OverlayWindow::paintOnce(cairo_t* cr, double w, double h,
+                                          const std::function<void(CairoCanvas&)>& paint) {
+  const int scale = area.get_scale_factor();
+  cairo_surface_t* image = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, static_cast<int>(std::ceil(w * scale)),
+                                                      static_cast<int>(std::ceil(h * scale)));
+  cairo_surface_set_device_scale(image, scale, scale);
+  cairo_t* c = cairo_create(image);
+  {
+    CairoCanvas canvas(c, h, lines);
+    paint(canvas);
+  }
+  cairo_destroy(c);
+  // Kept where the window's pixels are (an X pixmap on X11), so each
+  // frame composites it there instead of sending it again.
+  cairo_surface_t* kept = cairo_surface_create_similar(cairo_get_target(cr), CAIRO_CONTENT_COLOR_ALPHA,
+                                                       static_cast<int>(std::ceil(w)), static_cast<int>(std::ceil(h)));
+  cairo_t* copy = cairo_create(kept);
+  cairo_set_source_surface(copy, image, 0, 0);
+  cairo_set_operator(copy, CAIRO_OPERATOR_SOURCE);
+  cairo_paint(copy);
+  cairo_destroy(copy);
+  cairo_surface_destroy(image);
+  return kept;
 }
 
 void OverlayWindow::drawStatus(cairo_t* cr) {
@@ -665,6 +713,7 @@ void OverlayWindow::dragLeave(const Glib::RefPtr<Gdk::DragContext>&, guint) {
 
 bool OverlayWindow::dragDrop(const Glib::RefPtr<Gdk::DragContext>& context, int, int, guint time) {
   dropping = true;
+  dropAsSecond = shiftHeld(GTK_WIDGET(area.gobj()));
   area.drag_get_data(context, "text/uri-list", time);
   return true;
 }
@@ -676,7 +725,7 @@ void OverlayWindow::dragData(const Glib::RefPtr<Gdk::DragContext>& context, int,
     dropping = false;
     context->drag_finish(path.has_value(), false, time);
     hover(false);
-    if (path && controller) controller->fileDropped(*path);
+    if (path && controller) controller->fileDropped(*path, dropAsSecond);
     return;
   }
   dragAccepted = path.has_value();

@@ -58,6 +58,7 @@ class OverlayWindow : public OverlayHost {
   Size measureText(const TextLayer& layer, Size bounds) override { return text.measure(layer, bounds); }
   void setBandFrame(const Rect& frame) override;
   void setBandHidden(bool hidden) override;
+  void setSecondText(const std::vector<TextLayer>& layers, const Rect& frame) override;
 
  private:
   struct Drag {
@@ -89,6 +90,9 @@ class OverlayWindow : public OverlayHost {
   void buildWindow();
   bool draw(const Cairo::RefPtr<Cairo::Context>& cr);
   void drawText(cairo_t* cr);
+  void drawSecond(cairo_t* cr);
+  // What paint draws on a w × h canvas, kept where the window's pixels are.
+  cairo_surface_t* paintOnce(cairo_t* cr, double w, double h, const std::function<void(CairoCanvas&)>& paint);
   void drawStatus(cairo_t* cr);
   void dropTextCache();
 
@@ -142,6 +146,9 @@ class OverlayWindow : public OverlayHost {
   std::optional<Rect> glintArea;         // the nameplate's glyphs, panel coordinates
   Rect bandFrame;
   bool bandHidden = true;
+  std::vector<TextLayer> secondLayers;
+  Rect secondFrame;
+  cairo_surface_t* secondCache = nullptr;
 
   Drag drag;
   std::string cursorName;
@@ -149,6 +156,7 @@ class OverlayWindow : public OverlayHost {
   GdkDragContext* pendingDrag = nullptr;  // whose data was asked for
   bool dragAccepted = false;
   bool dropping = false;
+  bool dropAsSecond = false;  // Shift was held when the file was let go
 
   bool stackingWatched = false;
   sigc::connection raiseCheck;

@@ -18,6 +18,8 @@ unsigned keyvalForEquivalent(const std::string& equivalent) {
 
 namespace {
 
+constexpr const char* kActionKey = "lumerix-action";
+
 void fill(Gtk::Menu& menu, const std::vector<MenuItem>& items, const std::function<void(MenuAction)>& perform,
           const Glib::RefPtr<Gtk::AccelGroup>& accelerators) {
   for (const MenuItem& item : items) {
@@ -34,6 +36,7 @@ void fill(Gtk::Menu& menu, const std::vector<MenuItem>& items, const std::functi
     } else {
       const MenuAction action = item.action;
       entry->signal_activate().connect([perform, action] { perform(action); });
+      g_object_set_data(G_OBJECT(entry->gobj()), kActionKey, GINT_TO_POINTER(static_cast<int>(action)));
     }
     if (const unsigned key = keyvalForEquivalent(item.keyEquivalent)) {
       entry->add_accelerator("activate", accelerators, key, item.plainKey ? Gdk::ModifierType(0) : Gdk::CONTROL_MASK,
@@ -44,6 +47,20 @@ void fill(Gtk::Menu& menu, const std::vector<MenuItem>& items, const std::functi
 }
 
 }  // namespace
+
+void showMenuItems(Gtk::Menu& menu, const std::function<bool(MenuAction)>& shown) {
+  for (Gtk::Widget* child : menu.get_children()) {
+    auto* item = dynamic_cast<Gtk::MenuItem*>(child);
+    if (!item) continue;
+    if (Gtk::Menu* sub = item->get_submenu()) {
+      showMenuItems(*sub, shown);
+      continue;
+    }
+    // Separators carry no action (none is 0) and always show.
+    const int action = GPOINTER_TO_INT(g_object_get_data(G_OBJECT(item->gobj()), kActionKey));
+    if (action != 0) item->set_visible(shown(static_cast<MenuAction>(action)));
+  }
+}
 
 BuiltMenu buildMenu(const std::vector<MenuItem>& items, std::function<void(MenuAction)> perform) {
   BuiltMenu built{Gtk::AccelGroup::create(), std::make_unique<Gtk::Menu>()};

@@ -25,6 +25,8 @@ struct BuiltMenu {
   std::unique_ptr<Gtk::Menu> menu;
 };
 BuiltMenu buildMenu(const std::vector<MenuItem>& items, std::function<void(MenuAction)> perform);
+// Shows the items the core wants shown now, hides the others.
+void showMenuItems(Gtk::Menu& menu, const std::function<bool(MenuAction)>& shown);
 
 // The status item: an indicator in the desktop's tray, where there is a
 // tray to show it (there is none under many desktops, and none at all
@@ -38,6 +40,7 @@ class Tray {
   Tray& operator=(const Tray&) = delete;
   // Whether a tray host shows the indicator now.
   bool shown() const { return connected; }
+  void showItems(const std::function<bool(MenuAction)>& shown) { showMenuItems(*menu.menu, shown); }
 
  private:
   static void connectionChanged(_AppIndicator*, gboolean connected, gpointer self);

@@ -66,10 +66,19 @@ void ConsoleHost::setTextLayers(const std::vector<TextLayer>& layers, bool brand
   textChanged = true;
 }
 
-void ConsoleHost::flushText(std::optional<double> position, std::optional<double> subtitleTime) {
+void ConsoleHost::setSecondText(const std::vector<TextLayer>& layers, const Rect&) {
+  const std::string& now = layers.empty() ? std::string() : layers.back().text;
+  if (now == secondShown) return;
+  secondShown = now;
+  textChanged = true;
+}
+
+void ConsoleHost::flushText(std::optional<double> position, std::optional<double> subtitleTime,
+                            std::optional<std::string_view> second) {
   if (!textChanged || !shown) return;
   textChanged = false;
   nlohmann::ordered_json more{{"brand", shown->second}};
+  if (second) more["second"] = std::string(*second);
   if (position && subtitleTime) {
     more["pos"] = millis(*position);
     more["sub"] = millis(*subtitleTime);
@@ -131,7 +140,8 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   ConsoleHost host(clock, out);
   ConsoleDialogs dialogs(clock, out, quit);
   player.conventions.texts.startHint = consoleStartHint(player.conventions.texts.startHint);
-  Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle, player.conventions);
+  Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle, player.conventions,
+                        options.demo ? std::nullopt : options.second);
   // Only now is there a calibration to save on the way out; until here
   // (a huge file loading, say) a stop signal simply stops us.
   stopFlag = &quit;
@@ -148,7 +158,7 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   auto tick = [&] {
     const auto at = steady_clock::now();
     controller.tick();
-    host.flushText(controller.state().lastPosition, controller.state().lastShownT);
+    host.flushText(controller.state().lastPosition, controller.state().lastShownT, controller.secondShown());
     if (player.fused && player.fused->fullscreen() != fullscreen) {
       // Full screen hands the lead from the poller to the stream.
       fullscreen = player.fused->fullscreen();
@@ -194,9 +204,10 @@ int runProgram(int argc, char** argv, std::string_view demoSample,
       }
       if (auto note = missingStartupFileNote(cl.file)) std::cerr << *note << '\n';
       if (!cl.headless && showBar) return showBar(cl);
-      return runHeadless(
-          {cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo, cl.player, demoSample},
-          std::cout, std::cerr);
+      return runHeadless({cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file),
+                          cl.second.empty() ? std::nullopt : std::optional<std::string>(cl.second), cl.demo,
+                          cl.player, demoSample},
+                         std::cout, std::cerr);
     case CommandLine::Mode::usageError:
       std::cerr << cl.error << '\n';
       return 2;

@@ -24,13 +24,16 @@ class ConsoleHost : public NullOverlayHost {
   std::optional<Size> mainScreenSize() override { return Size{1920, 1080}; }
   void setStatusText(const std::string& text) override;
   void setTextLayers(const std::vector<TextLayer>& layers, bool brandMode) override;
+  void setSecondText(const std::vector<TextLayer>& layers, const Rect& frame) override;
   // No fonts here: a fair guess of a proportional font's size.
   Size measureText(const TextLayer& layer, Size bounds) override;
 
   // After each tick: prints a change of the shown text, with the player
   // position and the subtitle time that tick used, so a reader can see how
-  // far the clock is from the player's own.
-  void flushText(std::optional<double> position, std::optional<double> subtitleTime);
+  // far the clock is from the player's own. With a second subtitle loaded,
+  // its text goes with it as "second".
+  void flushText(std::optional<double> position, std::optional<double> subtitleTime,
+                 std::optional<std::string_view> second = std::nullopt);
 
  private:
   double elapsed() const;
@@ -39,6 +42,7 @@ class ConsoleHost : public NullOverlayHost {
   const double started;
   std::ostream& out;
   std::optional<std::pair<std::string, bool>> shown;
+  std::string secondShown;
   bool textChanged = false;
 };
 
@@ -60,6 +64,7 @@ class ConsoleDialogs : public NullDialogs {
 
 struct HeadlessOptions {
   std::optional<std::string> subtitle;
+  std::optional<std::string> second;
   bool demo = false;
   std::string player;           // MPRIS name; empty: the "TargetPlayer" setting, else any player
   std::string_view demoSample;  // the bundled sample subtitle's text, for the demo
