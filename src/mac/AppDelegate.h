@@ -8,5 +8,5 @@
 // argument as the start-up subtitle when a file is there; runs its timers
 // and its menu-bar item; stops its playback source when the application
 // ends.
-@interface AppDelegate : NSObject <NSApplicationDelegate>
+@interface AppDelegate : NSObject <NSApplicationDelegate, NSMenuItemValidation>
 @end

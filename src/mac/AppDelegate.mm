@@ -141,4 +141,10 @@ struct Shell {
   _shell->controller.perform(static_cast<MenuAction>(sender.tag));
 }
 
+// Asked before the menu shows: the core decides which items are there now.
+- (BOOL)validateMenuItem:(NSMenuItem*)item {
+  if (item.action == @selector(menuAction:)) item.hidden = !_shell->controller.menuItemShown(static_cast<MenuAction>(item.tag));
+  return YES;
+}
+
 @end

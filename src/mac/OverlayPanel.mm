@@ -188,6 +188,7 @@ struct MacOverlayHost::Views {
   PanelBackdropView* backdrop = nil;
   NSView* band = nil;
   SubtitleTextView* text = nil;
+  SubtitleTextView* second = nil;  // the second subtitle's block, drawn as the first's
   NSTextField* status = nil;
   NSMutableArray<id<NSObject>>* observers = [NSMutableArray array];
 };
@@ -260,7 +261,9 @@ void MacOverlayHost::createPanel(const PanelConfig& config) {
     if (Controller* c = lookup()) c->hoverChanged(inside);
   };
   backdrop.onFileDropped = ^(NSString* path) {
-    if (Controller* c = lookup()) c->fileDropped(stdString(path));
+    // Option held while letting go: the file is the second subtitle.
+    const bool asSecond = (NSEvent.modifierFlags & NSEventModifierFlagOption) != 0;
+    if (Controller* c = lookup()) c->fileDropped(stdString(path), asSecond);
   };
   [content addSubview:backdrop];
 
@@ -274,6 +277,8 @@ void MacOverlayHost::createPanel(const PanelConfig& config) {
 
   views->text = [[SubtitleTextView alloc] initWithFrame:NSZeroRect];
   [content addSubview:views->text];
+  views->second = [[SubtitleTextView alloc] initWithFrame:NSZeroRect];
+  [content addSubview:views->second];
 
   NSTextField* status = [PassThroughLabel labelWithString:@""];
   views->status = status;
@@ -345,6 +350,12 @@ void MacOverlayHost::setBandFrame(const Rect& frame) {
 
 void MacOverlayHost::setBandHidden(bool hidden) {
   views->band.hidden = hidden;
+}
+
+void MacOverlayHost::setSecondText(const std::vector<TextLayer>& layers, const Rect& frame) {
+  [views->second setLayers:layers brandMode:NO];
+  views->second.frame = nsRect(frame);
+  views->second.needsDisplay = YES;
 }
 
 PanelDiagnostics MacOverlayHost::diagnostics() const {
