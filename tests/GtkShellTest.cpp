@@ -357,6 +357,37 @@ TEST_F(WithGtk, PreferencesShowTheControllersValuesAndWriteThroughIt) {
   std::filesystem::remove_all(config);
 }
 
+TEST_F(WithGtk, PreferencesOpenStyleAndRemoveTheSecondSubtitle) {
+  PrefsRig r;
+  char dir[] = "/tmp/lumerix-second-XXXXXX";
+  ASSERT_NE(::mkdtemp(dir), nullptr);
+  const std::string a = std::string(dir) + "/a.srt", b = std::string(dir) + "/b.srt";
+  for (const std::string& path : {a, b}) std::ofstream(path) << "1\n00:00:01,000 --> 00:00:02,000\nHi\n";
+  r.controller.loadSubtitle(a);
+  PreferencesWindow window(r.controller);
+  window.showFromController();
+  EXPECT_EQ(window.secondLabel().get_text(), "none");
+  EXPECT_FALSE(window.secondRemoveButton().get_sensitive());
+  EXPECT_DOUBLE_EQ(window.secondFontSlider().get_value(), 22.4);  // follows the first's 28
+  EXPECT_EQ(window.secondPositionPopup().get_active_text(), "Below the first");
+  EXPECT_EQ(window.secondColorPopup().get_active_text(), "Soft yellow");
+
+  r.dialogs.chosenFile = b;
+  window.secondOpenButton().clicked();
+  EXPECT_EQ(window.secondLabel().get_text(), "b.srt");
+  EXPECT_TRUE(window.secondRemoveButton().get_sensitive());
+  window.secondFontSlider().set_value(30);
+  window.secondPositionPopup().set_active(1);
+  window.secondColorPopup().set_active(2);
+  EXPECT_EQ(r.settings.doubleFor("SecondFontSize"), 30);
+  EXPECT_EQ(r.settings.stringFor("SecondPosition"), "above");
+  EXPECT_EQ(r.settings.stringFor("SecondColor"), "#A8D8FF");
+  window.secondRemoveButton().clicked();
+  EXPECT_EQ(window.secondLabel().get_text(), "none");
+  EXPECT_FALSE(r.controller.secondShown());
+  std::filesystem::remove_all(dir);
+}
+
 TEST_F(WithGtk, TheGuideHasItsRowsAndIconsOnlyWhereTheThemeHasThem) {
   const Alert guide = linuxUiTexts("mpv").onboardingAlert;
   Gtk::Widget* widget = GtkDialogs::buildGuide(guide);

@@ -35,9 +35,14 @@ PreferencesWindow::PreferencesWindow(Controller& c)
       folder(static_cast<int>(prefs::folderLabelMaxWidth)),
       choose(str(prefs::chooseTitle)),
       folderRow(Gtk::ORIENTATION_HORIZONTAL, 8),
-      startAtLogin(str(prefs::startAtLoginTitle)) {
+      startAtLogin(str(prefs::startAtLoginTitle)),
+      second(static_cast<int>(prefs::folderLabelMaxWidth)),
+      secondOpen(str(prefs::secondOpenTitle)),
+      secondRemove(str(prefs::secondRemoveTitle)),
+      secondRow(Gtk::ORIENTATION_HORIZONTAL, 8),
+      secondFont(Gtk::ORIENTATION_HORIZONTAL) {
   // One row more than macOS has: start at login.
-  const int height = static_cast<int>(prefs::windowHeight + prefs::rowSpacing + 24);
+  const int height = static_cast<int>(prefs::windowHeight + prefs::rowSpacing + 24 + prefs::secondRowsHeight);
   set_title(str(prefs::windowTitle));
   set_default_size(static_cast<int>(prefs::windowWidth), height);
   set_size_request(static_cast<int>(prefs::windowWidth), height);
@@ -82,7 +87,49 @@ PreferencesWindow::PreferencesWindow(Controller& c)
   folderRow.pack_start(choose, Gtk::PACK_SHRINK);
   grid.attach(folderRow, 1, row++, 2, 1);
   grid.attach(startAtLogin, 1, row++, 2, 1);
+
+  title(prefs::secondTitle);
+  second.set_ellipsize(Pango::ELLIPSIZE_MIDDLE);
+  second.get_style_context()->add_class("dim-label");
+  secondRow.pack_start(second, Gtk::PACK_SHRINK);
+  secondRow.pack_start(secondOpen, Gtk::PACK_SHRINK);
+  secondRow.pack_start(secondRemove, Gtk::PACK_SHRINK);
+  grid.attach(secondRow, 1, row++, 2, 1);
+  title(prefs::secondFontRow.title);
+  grid.attach(slider(secondFont, prefs::secondFontRow.minimum, prefs::secondFontRow.maximum), 1, row, 1, 1);
+  valueLabel(secondFontValue);
+  ++row;
+  title(prefs::secondPositionTitle);
+  for (std::string_view item : prefs::secondPositionItems) secondPosition.append(str(item));
+  secondPosition.set_halign(Gtk::ALIGN_START);
+  grid.attach(secondPosition, 1, row++, 1, 1);
+  title(prefs::secondColorTitle);
+  for (const prefs::ColorChoice& choice : prefs::secondColors) secondColor.append(str(choice.title));
+  secondColor.set_halign(Gtk::ALIGN_START);
+  grid.attach(secondColor, 1, row++, 1, 1);
   add(grid);
+
+  secondOpen.signal_clicked().connect([this] {
+    controller.openSecondFileDialog();
+    refresh();
+  });
+  secondRemove.signal_clicked().connect([this] {
+    controller.removeSecondSubtitle();
+    refresh();
+  });
+  secondFont.signal_value_changed().connect([this] {
+    if (!syncing) controller.setSecondFontSize(secondFont.get_value());
+    refreshValueLabels();
+  });
+  secondPosition.signal_changed().connect([this] {
+    if (!syncing && secondPosition.get_active_row_number() >= 0) {
+      controller.setSecondAbove(secondPosition.get_active_row_number() == 1);
+    }
+  });
+  secondColor.signal_changed().connect([this] {
+    const int i = secondColor.get_active_row_number();
+    if (!syncing && i >= 0) controller.setSecondColor(std::string(prefs::secondColors[i].hex));
+  });
 
   font.signal_value_changed().connect([this] {
     if (!syncing) controller.setFontSize(font.get_value());
@@ -127,7 +174,12 @@ void PreferencesWindow::refresh() {
   const auto entry = autostart::entryPath();
   startAtLogin.set_sensitive(entry.has_value());
   startAtLogin.set_active(entry && autostart::enabled(*entry));
+  secondFont.set_value(v.second.fontSize);
+  secondPosition.set_active(static_cast<int>(v.second.position));
+  secondColor.set_active(static_cast<int>(v.second.color));  // -1: none of ours
   syncing = false;
+  second.set_text(v.second.file);
+  secondRemove.set_sensitive(v.second.loaded);
   folder.set_text(v.folder);
   refreshValueLabels();
 }
@@ -136,6 +188,7 @@ void PreferencesWindow::refreshValueLabels() {
   fontValue.set_text(prefs::fontValueLabel(font.get_value()));
   strokeValue.set_text(prefs::strokeValueLabel(stroke.get_value()));
   alphaValue.set_text(prefs::alphaValueLabel(opacity.get_value()));
+  secondFontValue.set_text(prefs::fontValueLabel(secondFont.get_value()));
 }
 
 void PreferencesWindow::showFromController() {

@@ -37,6 +37,12 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::Label& strokeValueLabel() { return strokeValue; }
   Gtk::Label& alphaValueLabel() { return alphaValue; }
   Gtk::CheckButton& startAtLoginBox() { return startAtLogin; }
+  Gtk::Label& secondLabel() { return second; }
+  Gtk::Button& secondOpenButton() { return secondOpen; }
+  Gtk::Button& secondRemoveButton() { return secondRemove; }
+  Gtk::Scale& secondFontSlider() { return secondFont; }
+  Gtk::ComboBoxText& secondPositionPopup() { return secondPosition; }
+  Gtk::ComboBoxText& secondColorPopup() { return secondColor; }
 
  private:
   void refresh();
@@ -53,6 +59,13 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::Button choose;
   Gtk::Box folderRow;
   Gtk::CheckButton startAtLogin;
+  // The second subtitle's rows.
+  CappedLabel second;
+  Gtk::Button secondOpen, secondRemove;
+  Gtk::Box secondRow;
+  Gtk::Scale secondFont;
+  Gtk::Label secondFontValue;
+  Gtk::ComboBoxText secondPosition, secondColor;
 };
 
 }  // namespace lumerix::gtk

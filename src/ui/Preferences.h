@@ -33,7 +33,8 @@ inline constexpr std::string_view chooseTitle = "Choose…";
 // Linux: a check box that adds Lumerix to the desktop's autostart.
 inline constexpr std::string_view startAtLoginTitle = "Start at Login";
 
-// The second subtitle's rows.
+// The second subtitle's rows, below the others; the window is this much taller.
+inline constexpr double secondRowsHeight = 4 * (rowSpacing + 24);
 inline constexpr std::string_view secondTitle = "Second subtitle";
 inline constexpr std::string_view secondOpenTitle = "Open…";
 inline constexpr std::string_view secondRemoveTitle = "Remove";
