@@ -102,6 +102,10 @@ def main():
                             os.path.join(work, "clip.mp4")])
     subprocess.run(["gdbus", "wait", "--session", "--timeout", "15", "org.mpris.MediaPlayer2.mpv"], check=True)
     run("following mpv, cue shown", ["--player", "mpv", srt], env)
+    second = os.path.join(work, "second.srt")
+    with open(second, "w") as f:
+        f.write("1\n00:00:00,000 --> 01:00:00,000\nA second line under the first\n")
+    run("following mpv, two subtitles shown", ["--player", "mpv", "--second", second, srt], env)
     mpv.terminate()
     mpv.wait()
 

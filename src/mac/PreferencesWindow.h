@@ -8,8 +8,9 @@
 
 NS_ASSUME_NONNULL_BEGIN
 
-// The preferences window: text size, outline, opacity, background and the
-// subtitle folder, each acting at once through the controller. Closing it
+// The preferences window: text size, outline, opacity, background, the
+// subtitle folder and the second subtitle (its file, size, place and
+// colour), each acting at once through the controller. Closing it
 // only hides it; it is refreshed from the controller every time it shows.
 @interface PreferencesWindow : NSWindowController
 - (instancetype)initWithController:(lumerix::mac::ControllerLookup)controller NS_DESIGNATED_INITIALIZER;

@@ -17,10 +17,17 @@ namespace prefs = lumerix::prefs;
   NSTextField* _fontValue;
   NSTextField* _strokeValue;
   NSTextField* _alphaValue;
+  NSTextField* _secondLabel;
+  NSButton* _secondRemove;
+  NSSlider* _secondFontSlider;
+  NSTextField* _secondFontValue;
+  NSPopUpButton* _secondPositionPopup;
+  NSPopUpButton* _secondColorPopup;
 }
 
 - (instancetype)initWithController:(lumerix::mac::ControllerLookup)controller {
-  NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth, prefs::windowHeight)
+  NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth,
+                                                                             prefs::windowHeight + prefs::secondRowsHeight)
                                                  styleMask:NSWindowStyleMaskTitled | NSWindowStyleMaskClosable
                                                    backing:NSBackingStoreBuffered
                                                      defer:NO];
@@ -44,6 +51,26 @@ namespace prefs = lumerix::prefs;
   _fontValue = [self valueLabel];
   _strokeValue = [self valueLabel];
   _alphaValue = [self valueLabel];
+  _secondLabel = [self secondaryLabel:prefs::secondNone];
+  _secondLabel.lineBreakMode = NSLineBreakByTruncatingMiddle;
+  [_secondLabel setContentCompressionResistancePriority:NSLayoutPriorityDefaultLow
+                                         forOrientation:NSLayoutConstraintOrientationHorizontal];
+  [_secondLabel.widthAnchor constraintLessThanOrEqualToConstant:prefs::folderLabelMaxWidth].active = YES;
+  _secondRemove = [NSButton buttonWithTitle:nsString(prefs::secondRemoveTitle)
+                                     target:self
+                                     action:@selector(removeSecond:)];
+  _secondFontSlider = [self sliderFor:prefs::secondFontRow action:@selector(secondFontChanged:)];
+  _secondFontValue = [self valueLabel];
+  _secondPositionPopup = [[NSPopUpButton alloc] initWithFrame:NSZeroRect pullsDown:NO];
+  for (std::string_view item : prefs::secondPositionItems) [_secondPositionPopup addItemWithTitle:nsString(item)];
+  _secondPositionPopup.target = self;
+  _secondPositionPopup.action = @selector(secondPositionChanged:);
+  _secondColorPopup = [[NSPopUpButton alloc] initWithFrame:NSZeroRect pullsDown:NO];
+  for (const prefs::ColorChoice& choice : prefs::secondColors) {
+    [_secondColorPopup addItemWithTitle:nsString(choice.title)];
+  }
+  _secondColorPopup.target = self;
+  _secondColorPopup.action = @selector(secondColorChanged:);
   [self buildUI];
   [self syncFromController];
   return self;
@@ -80,6 +107,9 @@ namespace prefs = lumerix::prefs;
   NSButton* choose = [NSButton buttonWithTitle:nsString(prefs::chooseTitle)
                                         target:self
                                         action:@selector(chooseFolder:)];
+  NSButton* openSecond = [NSButton buttonWithTitle:nsString(prefs::secondOpenTitle)
+                                            target:self
+                                            action:@selector(openSecond:)];
   NSView* none = NSGridCell.emptyContentView;
   NSGridView* grid = [NSGridView gridViewWithViews:@[
     @[ [self rowTitle:prefs::fontRow.title], _fontSlider, _fontValue ],
@@ -87,6 +117,13 @@ namespace prefs = lumerix::prefs;
     @[ [self rowTitle:prefs::alphaRow.title], _alphaSlider, _alphaValue ],
     @[ [self rowTitle:prefs::backgroundTitle], _bgPopup, none ],
     @[ [self rowTitle:prefs::folderTitle], [NSStackView stackViewWithViews:@[ _folderLabel, choose ]], none ],
+    @[
+      [self rowTitle:prefs::secondTitle], [NSStackView stackViewWithViews:@[ _secondLabel, openSecond, _secondRemove ]],
+      none
+    ],
+    @[ [self rowTitle:prefs::secondFontRow.title], _secondFontSlider, _secondFontValue ],
+    @[ [self rowTitle:prefs::secondPositionTitle], _secondPositionPopup, none ],
+    @[ [self rowTitle:prefs::secondColorTitle], _secondColorPopup, none ],
   ]];
   grid.rowSpacing = prefs::rowSpacing;
   grid.columnSpacing = prefs::columnSpacing;
@@ -110,6 +147,11 @@ namespace prefs = lumerix::prefs;
   _alphaSlider.doubleValue = values.alpha;
   [_bgPopup selectItemAtIndex:values.bgMode];
   _folderLabel.stringValue = nsString(values.folder);
+  _secondLabel.stringValue = nsString(values.second.file);
+  _secondRemove.enabled = values.second.loaded;
+  _secondFontSlider.doubleValue = values.second.fontSize;
+  [_secondPositionPopup selectItemAtIndex:values.second.position];
+  [_secondColorPopup selectItemAtIndex:values.second.color];  // -1: none of ours
   [self refreshValueLabels];
 }
 
@@ -117,6 +159,7 @@ namespace prefs = lumerix::prefs;
   _fontValue.stringValue = nsString(prefs::fontValueLabel(_fontSlider.doubleValue));
   _strokeValue.stringValue = nsString(prefs::strokeValueLabel(_strokeSlider.doubleValue));
   _alphaValue.stringValue = nsString(prefs::alphaValueLabel(_alphaSlider.doubleValue));
+  _secondFontValue.stringValue = nsString(prefs::fontValueLabel(_secondFontSlider.doubleValue));
 }
 
 - (void)fontChanged:(NSSlider*)sender {
@@ -136,6 +179,31 @@ namespace prefs = lumerix::prefs;
 
 - (void)bgChanged:(NSPopUpButton*)sender {
   if (Controller* c = _controller()) c->setBgMode(sender.indexOfSelectedItem);
+}
+
+- (void)openSecond:(id)sender {
+  if (Controller* c = _controller()) c->openSecondFileDialog();
+  [self syncFromController];
+}
+
+- (void)removeSecond:(id)sender {
+  if (Controller* c = _controller()) c->removeSecondSubtitle();
+  [self syncFromController];
+}
+
+- (void)secondFontChanged:(NSSlider*)sender {
+  if (Controller* c = _controller()) c->setSecondFontSize(sender.doubleValue);
+  [self refreshValueLabels];
+}
+
+- (void)secondPositionChanged:(NSPopUpButton*)sender {
+  if (Controller* c = _controller()) c->setSecondAbove(sender.indexOfSelectedItem == 1);
+}
+
+- (void)secondColorChanged:(NSPopUpButton*)sender {
+  const NSInteger i = sender.indexOfSelectedItem;
+  if (i < 0 || i >= static_cast<NSInteger>(std::size(prefs::secondColors))) return;
+  if (Controller* c = _controller()) c->setSecondColor(std::string(prefs::secondColors[i].hex));
 }
 
 - (void)chooseFolder:(id)sender {
