@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # What the bar costs: CPU (% of one core) and peak RSS of lumerix over a
 # window, idle with the animated nameplate and following a playing mpv with
-# a cue on screen (and with two subtitles), and how soon its window is up. On a virtual screen with
-# openbox and xcompmgr, like tests/gui/run-gui.sh. Prints figures; asserts
-# nothing. Usage: bench/bar-cost.sh [BUILD_DIR] [SECONDS]   (build, 60)
+# a cue on screen (one subtitle, then two), and how soon its window is up.
+# On a virtual screen with openbox and xcompmgr, like tests/gui/run-gui.sh.
+# Prints figures; asserts nothing. Usage: bench/bar-cost.sh [BUILD_DIR] [SECONDS]   (build, 60)
 # Needs: scripts/setup --e2e
 set -euo pipefail
 cd "$(dirname "$0")/.."
