@@ -275,21 +275,21 @@ TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
   // The Linux menu names the bar's own keys, and has no update command.
   EXPECT_THAT(describe(*built.menu),
               ElementsAre("Open Subtitle… [O]", "Re-enable Episode Auto-pick [A]", "Open Second Subtitle…",
-                          "Remove Second Subtitle", "---",
+                          "Remove Second Subtitle", "Second to First", "---",
                           "Subtitle Timing {−0.5 s [Left]} {−0.1 s [,]} {+0.1 s [.]} {+0.5 s [Right]}",
                           "Bigger Text [+]", "Smaller Text [-]", "Toggle Background Style [T]", "---", "Preferences…",
                           "Player Permission…", "How to Use…", "About Lumerix", "---", "Quit Lumerix [Q]"));
   // Items act through the core's actions, the submenu's too.
   auto children = built.menu->get_children();
-  dynamic_cast<Gtk::MenuItem*>(children.at(7))->activate();
-  dynamic_cast<Gtk::MenuItem*>(dynamic_cast<Gtk::MenuItem*>(children.at(5))->get_submenu()->get_children().at(1))
+  dynamic_cast<Gtk::MenuItem*>(children.at(8))->activate();
+  dynamic_cast<Gtk::MenuItem*>(dynamic_cast<Gtk::MenuItem*>(children.at(6))->get_submenu()->get_children().at(1))
       ->activate();
   EXPECT_THAT(performed, ElementsAre(MenuAction::fontDown, MenuAction::offsetM1));
   // The core decides which items show: removing a second only while there is one.
   showMenuItems(*built.menu, [](MenuAction a) { return a != MenuAction::removeSecond; });
   EXPECT_TRUE(children.at(2)->get_visible());
   EXPECT_FALSE(children.at(3)->get_visible());
-  EXPECT_TRUE(children.at(4)->get_visible());  // a separator
+  EXPECT_TRUE(children.at(5)->get_visible());  // a separator
   // Without a tray host (none here) the indicator starts and nothing breaks.
   Tray tray("", "lumerix-status", buildMenu(statusMenu(linuxUiTexts("")), [](MenuAction) {}));
   EXPECT_FALSE(tray.shown());

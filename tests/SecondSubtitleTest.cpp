@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <random>
 #include <sstream>
 #include <nlohmann/json.hpp>
 
@@ -12,6 +13,7 @@
 #include "app/EpisodeMatch.h"
 #include "platform/KeyCodes.h"
 #include "program/Program.h"
+#include "subtitles/SpanAlign.h"
 #include "util/Files.h"
 
 namespace lumerix {
@@ -312,6 +314,100 @@ TEST(SecondSubtitle, HeadlessLinesCarryTheSecondBesideTheText) {
   c.loadSecondSubtitle(r.file("b.srt", kSecond));
   for (double at : {1.6, 3.0, 3.5, 4.5, 5.5}) tickAt(at);
   EXPECT_THAT(texts(), ElementsAre("First|Eins", "|Eins", "|"));
+}
+
+// Dialogue-like cues: a line of 1 to 3.5 s every 1 to 4 s, for ten minutes.
+std::vector<Cue> dialogue(unsigned seed) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> gap(1.0, 4.0), length(1.0, 3.5);
+  std::vector<Cue> cues;
+  for (double t = 5; t < 600; t += gap(random)) {
+    const double end = t + length(random);
+    cues.push_back({t, end, "line"});
+    t = end;
+  }
+  return cues;
+}
+
+// The same lines timed for another release: c' = (c − shift) / rate, each
+// edge a little off, some lines left out and some cut in two.
+std::vector<Cue> retimed(const std::vector<Cue>& cues, double rate, double shift, unsigned seed) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<double> jitter(-0.12, 0.12), chance(0, 1);
+  std::vector<Cue> out;
+  for (const Cue& cue : cues) {
+    const double a = (cue.start - shift) / rate + jitter(random), b = (cue.end - shift) / rate + jitter(random);
+    const double roll = chance(random);
+    if (roll < 0.1) continue;
+    if (roll < 0.2) {
+      out.push_back({a, (a + b) / 2, "half"});
+      out.push_back({(a + b) / 2, b, "half"});
+    } else {
+      out.push_back({a, b, "line"});
+    }
+  }
+  return out;
+}
+
+TEST(SecondToFirst, SpansLineUpOrNothingIsClaimed) {
+  const std::vector<Cue> first = dialogue(1);
+  struct Case {
+    double rate, shift;
+  };
+  for (const Case c : {Case{1.0, 3.2}, Case{25 / 23.976, -41.7}, Case{23.976 / 25, 12.0}, Case{1.0004, -0.8}}) {
+    const auto fit = alignSpans(retimed(first, c.rate, c.shift, 7), first);
+    ASSERT_TRUE(fit) << c.rate << " " << c.shift;
+    EXPECT_NEAR(fit->rate, c.rate, 2e-4) << c.rate;
+    EXPECT_NEAR(fit->shift, c.shift, 0.1) << c.shift;
+    EXPECT_GT(fit->overlap, 0.8);
+  }
+  // Another film's lines, or too few, are no match.
+  EXPECT_FALSE(alignSpans(dialogue(2), first));
+  EXPECT_FALSE(alignSpans({first.begin(), first.begin() + 2}, first));
+  EXPECT_FALSE(alignSpans({}, first));
+}
+
+TEST(SecondToFirst, TheSecondTakesTheFirstsShownTiming) {
+  Rig r;
+  const std::vector<Cue> cues = dialogue(3);
+  auto srt = [](const std::vector<Cue>& list) {
+    std::string text;
+    int n = 0;
+    for (const Cue& cue : list) {
+      char line[96];
+      auto stamp = [](double t) {
+        const long long ms = std::llround(t * 1000);
+        char b[32];
+        std::snprintf(b, sizeof b, "%02lld:%02lld:%02lld,%03lld", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60,
+                      ms % 1000);
+        return std::string(b);
+      };
+      std::snprintf(line, sizeof line, "%d\n%s --> %s\n", ++n, stamp(cue.start).c_str(), stamp(cue.end).c_str());
+      text += line + cue.text + "\n\n";
+    }
+    return text;
+  };
+  const std::string first = r.file("en.srt", srt(cues));
+  const std::string second = r.file("zh.srt", srt(retimed(cues, 25 / 23.976, 20, 5)));
+  r.dir.write("en.srt.sync.json", R"({"offset":1.5})");
+  r.start(first, second);
+  r.c->perform(MenuAction::secondToFirst);
+  EXPECT_THAT(r.host.status, testing::StartsWith("✓ Second timed to the first: rate 0.9590"));
+  // At any player position both show the same line's time.
+  for (double p : {50.0, 300.0, 550.0}) {
+    const double firstT = p * r.s().scale + r.s().offset;
+    const double secondT = p * r.s().second.scale + r.s().second.offset;
+    EXPECT_NEAR(secondT, (firstT - 20) / (25 / 23.976), 0.1) << p;
+  }
+  EXPECT_EQ(r.s().offset, 1.5);
+  EXPECT_NEAR(r.side(second)["scale"].get<double>(), 0.959040, 1e-4);
+
+  // Not the same film: the second keeps its timing.
+  r.c->loadSecondSubtitle(r.file("other.srt", srt(dialogue(4))));
+  r.c->perform(MenuAction::secondToFirst);
+  EXPECT_EQ(r.host.status, "Second to First: no sure match with the first — timing unchanged");
+  EXPECT_EQ(r.s().second.offset, 0);
+  EXPECT_FALSE(std::filesystem::exists(r.dir.path("other.srt.sync.json")));
 }
 
 // ---- layout ------------------------------------------------------------------------------

@@ -499,6 +499,9 @@ void Controller::perform(MenuAction action) noexcept {
     case MenuAction::removeSecond:
       removeSecondSubtitle();
       break;
+    case MenuAction::secondToFirst:
+      alignSecondToFirst();
+      break;
     case MenuAction::offsetM5:  // the 5 is half a second
       bumpOffset(-0.5);
       break;

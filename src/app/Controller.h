@@ -211,6 +211,9 @@ class Controller {
   void removeSecondSubtitle() noexcept;
   void openSecondFileDialog() noexcept;
   void switchAdjusted() noexcept;
+  // "Second to First": times the second by lining its cue spans up with the
+  // first's as shown; changes nothing unless the match is convincing.
+  void alignSecondToFirst() noexcept;
   // A drop: with the platform's modifier for it held, the second.
   void fileDropped(const std::string& path, bool asSecond) noexcept;
   void setSecondFontSize(double size) noexcept;

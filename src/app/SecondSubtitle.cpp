@@ -11,6 +11,7 @@
 #include "app/SettingsKeys.h"
 #include "app/SubtitleFiles.h"
 #include "overlay/TextLayers.h"
+#include "subtitles/SpanAlign.h"
 #include "util/Numbers.h"
 #include "util/Path.h"
 #include "util/Unicode.h"
@@ -204,6 +205,27 @@ void Controller::followEpisode(long long episode) noexcept {
   if (s.second.path) services.defaults.set(keys::secondPairedWith, *s.subPath);
 }
 
+void Controller::alignSecondToFirst() noexcept {
+  if (!s.second.path) {
+    showHint("No second subtitle — open one from the menu");
+    return;
+  }
+  const auto fit = alignSpans(s.second.cues, s.cues);
+  // The first's time is rate × its own + shift; the player's position then
+  // maps through the first's timing onto the second's.
+  const double scale = fit ? s.scale / fit->rate : 0;
+  if (!fit || !(scale >= 0.9 && scale <= 1.1)) {
+    showHint("Second to First: no sure match with the first — timing unchanged");
+    return;
+  }
+  Second& d = s.second;
+  d.scale = scale;
+  d.offset = (s.offset - fit->shift) / fit->rate;
+  d.calPoints.clear();
+  saveTiming(secondTiming());
+  showHint(cFormat("✓ Second timed to the first: rate %.4f, offset %+.2fs — saved", d.scale, d.offset));
+}
+
 // ---- what the tick shows ------------------------------------------------------------
 
 const std::string& Controller::secondTextAt(double position) noexcept {
@@ -349,7 +371,8 @@ prefs::Values::Second Controller::secondValues() const noexcept {
 }
 
 bool Controller::menuItemShown(MenuAction action) const noexcept {
-  return action != MenuAction::removeSecond || s.second.path.has_value();
+  const bool needsSecond = action == MenuAction::removeSecond || action == MenuAction::secondToFirst;
+  return !needsSecond || s.second.path.has_value();
 }
 
 }  // namespace lumerix

@@ -12,6 +12,7 @@ std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style) {
       {"Re-enable Episode Auto-pick", "a", A::autoPick, {}},
       {"Open Second Subtitle…", "", A::openSecond, {}},
       {"Remove Second Subtitle", "", A::removeSecond, {}},
+      {"Second to First", "", A::secondToFirst, {}},
       separator,
       {"Subtitle Timing",
        "",

@@ -11,6 +11,7 @@ enum class MenuAction {
   autoPick,
   openSecond,
   removeSecond,
+  secondToFirst,
   offsetM5,
   offsetM1,
   offsetP1,
