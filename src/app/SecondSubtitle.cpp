@@ -118,6 +118,7 @@ void Controller::loadSecondSubtitle(const std::string& path) noexcept {
   // Its own timing, its own calibration: nothing carries over from the
   // file it replaces.
   Second& d = s.second;
+  secondNow = {};  // it points into the cues replaced here
   d = Second{};
   d.cues = std::move(parsed).value();
   d.starts.reserve(d.cues.size());

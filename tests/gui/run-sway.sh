@@ -5,7 +5,8 @@
 # OCR. Checks that the cue reads above the full-screen player, that the bar
 # is a layer surface (not a window sway manages), that mpv stays full
 # screen, that the bar comes back when its monitor goes away and starts on
-# the monitor its saved place is on, and that GTK and the libraries print
+# the monitor its saved place is on, that a second subtitle's line reads
+# under the first's, and that GTK and the libraries print
 # no CRITICAL. sway refuses to
 # run as root: as root, this runs itself again as the unprivileged user
 # lumerix-e2e (made here when missing).
@@ -19,6 +20,7 @@ as_e2e_user "$PWD/tests/gui/run-sway.sh" "$build"
 scratch_dir sway
 still_clip "$work/clip.mp4"
 counting_subtitle "$work/clip.srt" "Layer shell line"
+counting_subtitle "$work/second.srt" "Second row"
 mkdir -m 700 "$work/run"
 export XDG_RUNTIME_DIR=$work/run WLR_BACKENDS=headless WLR_RENDERER=pixman WLR_LIBINPUT_NO_DEVICES=1
 export XDG_CONFIG_HOME=$work/config NO_AT_BRIDGE=1
@@ -47,12 +49,13 @@ fullscreen_mpv() { tree | tr -d ' \n' | grep -q '"fullscreen_mode":1,[^{}]*"app_
 mpv --no-config --script=/usr/lib/mpv-mpris/mpris.so --ao=null --vo=wlshm --fs --no-terminal --sub-auto=no "$work/clip.mp4" &
 mpv=$!
 for _ in $(seq 100); do fullscreen_mpv && break; sleep 0.1; done
-"$build/lumerix" --player mpv "$work/clip.srt" >"$work/lumerix.out" 2>"$work/lumerix.err" &
+"$build/lumerix" --player mpv --second "$work/second.srt" "$work/clip.srt" >"$work/lumerix.out" 2>"$work/lumerix.err" &
 lumerix=$!
 sleep 5
 grim "$work/shot.png"
 seen=$(tesseract "$work/shot.png" - 2>/dev/null | tr '\n' ' ')
 check "the cue reads above the full-screen mpv" grep -q "Layer shell line" <<<"$seen"
+check "the second subtitle's line reads under it" grep -qE "Layer shell line [0-9]+ +Second row [0-9]+" <<<"$seen"
 check "mpv stays full screen" fullscreen_mpv
 check "the bar is a layer surface, not a window sway manages" bash -c "! swaymsg -t get_tree | grep -q '\"name\": \"Lumerix\"'"
 kill "$lumerix"
