@@ -234,6 +234,25 @@ TEST(SecondSubtitle, FollowsTheEpisodeByHowTheNamesDiffer) {
   r.tickAt(2, "Episode 4");
   EXPECT_EQ(r.host.status, "No second subtitle for Show.S01E04.en.srt — second removed");
   EXPECT_EQ(r.settings.stringFor("SecondSubtitlePath"), "");
+
+  // A file named by the rule that will not load: no second either, rather
+  // than the last episode's under this one.
+  Rig u;
+  for (const char* name : {"Show.S01E02.en.srt", "Show.S01E02.zh.srt", "Show.S01E03.en.srt"}) u.dir.write(name, kFirst);
+  std::filesystem::create_directory(u.dir.path("Show.S01E03.zh.srt"));
+  u.start();
+  u.settings.set("SubtitleFolder", u.folder());
+  u.tickAt(1, "Episode 2");
+  u.c->loadSecondSubtitle(u.dir.path("Show.S01E02.zh.srt"));
+  u.tickAt(1, "Episode 3");
+  EXPECT_EQ(u.s().subName, "Show.S01E03.en.srt");
+  EXPECT_FALSE(u.s().second.path);
+  u.clock.advance(3.1);
+  u.tickAt(2, "Episode 3");
+  EXPECT_THAT(u.host.status, testing::StartsWith("Failed to load: "));
+  u.clock.advance(3.1);
+  u.tickAt(3, "Episode 3");
+  EXPECT_EQ(u.host.status, "No second subtitle for Show.S01E03.en.srt — second removed");
 }
 
 TEST(SecondSubtitle, TheStartUpPairComesBack) {

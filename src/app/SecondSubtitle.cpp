@@ -180,30 +180,32 @@ void Controller::followEpisode(long long episode) noexcept {
     // Never a file of another episode, whatever the names made of the rule.
     if (episode::nameMatches(unicode::lowercased(*name), episode)) found = episode::findNamed(path::parent(*second), *name);
   }
-  if (!found) {
-    const bool wasShown = s.second.path.has_value();
-    s.second = Second{};
-    s.adjustSecond = false;
-    secondNow = {};
-    s.curText.reset();
-    services.defaults.set(keys::secondSubtitlePath, std::string());
-    services.defaults.set(keys::secondPairedWith, std::string());
-    ++menuRevisionCount;
-    if (wasShown) postNote("No second subtitle for " + s.subName + " — second removed");
+  // The first's "Loaded" hint stays up; what became of the second waits
+  // its turn.
+  const std::string firstHint = shownStatus;
+  const double until = s.hintUntil;
+  auto afterFirst = [&](const std::string& note) {
+    if (note == firstHint) return;
+    postNote(note);
+    setStatus(firstHint);
+    s.hintUntil = until;
+  };
+  if (found && (!s.second.path || !sameFile(*s.second.path, *found))) {
+    loadSecondSubtitle(*found);
+    afterFirst(std::string(shownStatus));
+  }
+  if (found && s.second.path && sameFile(*s.second.path, *found)) {
+    services.defaults.set(keys::secondPairedWith, *s.subPath);
     return;
   }
-  if (!s.second.path || !sameFile(*s.second.path, *found)) {
-    // The first's "Loaded" hint stays up; the second's waits its turn.
-    const std::string firstHint = shownStatus;
-    const double until = s.hintUntil;
-    loadSecondSubtitle(*found);
-    if (shownStatus != firstHint) {
-      postNote(shownStatus);
-      setStatus(firstHint);
-      s.hintUntil = until;
-    }
+  // None, or one that would not load: rather no second than the last
+  // episode's under this one.
+  if (s.second.path) {
+    removeSecondSubtitle();
+    afterFirst("No second subtitle for " + s.subName + " — second removed");
   }
-  if (s.second.path) services.defaults.set(keys::secondPairedWith, *s.subPath);
+  services.defaults.set(keys::secondSubtitlePath, std::string());
+  services.defaults.set(keys::secondPairedWith, std::string());
 }
 
 void Controller::alignSecondToFirst() noexcept {
