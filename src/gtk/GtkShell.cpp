@@ -13,6 +13,7 @@
 #include "ui/DesktopTexts.h"
 #include "ui/Menu.h"
 #include "util/Path.h"
+#include "util/StopSignals.h"
 
 namespace lumerix::gtk {
 
@@ -97,9 +98,12 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
         },
         static_cast<unsigned>(Controller::debugLogInterval * 1000));
   }
-  // Signals only set the quit in motion; the main loop does the rest.
-  stopSignals[0] = g_unix_signal_add(SIGTERM, onStopSignal, this);
-  stopSignals[1] = g_unix_signal_add(SIGINT, onStopSignal, this);
+  // Signals only set the quit in motion; the main loop does the rest. One
+  // that came while the subtitle loaded was held for this moment.
+  for (int i = 0; i < stopsignals::kCount; ++i) {
+    stopSignals[i] = g_unix_signal_add(stopsignals::kSignals[i], onStopSignal, this);
+  }
+  stopsignals::release();
   app.hold();  // no window of the application's kind: keep running anyway
 
   // Once the bar is up; the guide's dialog runs its own loop, the bar ticks on.
