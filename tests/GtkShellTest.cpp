@@ -272,12 +272,12 @@ TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
       buildMenu(statusMenu(linuxUiTexts("mpv"), MenuStyle::barKeys), [&](MenuAction a) { performed.push_back(a); });
   BuiltMenu mac = buildMenu(statusMenu(macUiTexts()), [](MenuAction) {});
   EXPECT_THAT(describe(*mac.menu).at(0), "Open Subtitle… [Ctrl+O]");
-  // The Linux menu names the bar's own keys, and has no update command.
+  // The Linux menu names the bar's own keys, and has no update or permission command.
   EXPECT_THAT(describe(*built.menu),
               ElementsAre("Open Subtitle… [O]", "Re-enable Episode Auto-pick [A]", "---",
                           "Subtitle Timing {−0.5 s [Left]} {−0.1 s [,]} {+0.1 s [.]} {+0.5 s [Right]}",
                           "Bigger Text [+]", "Smaller Text [-]", "Toggle Background Style [T]", "---", "Preferences…",
-                          "Player Permission…", "How to Use…", "About Lumerix", "---", "Quit Lumerix [Q]"));
+                          "How to Use…", "About Lumerix", "---", "Quit Lumerix [Q]"));
   // Items act through the core's actions, the submenu's too.
   auto children = built.menu->get_children();
   dynamic_cast<Gtk::MenuItem*>(children.at(5))->activate();
