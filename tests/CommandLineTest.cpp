@@ -196,6 +196,12 @@ struct StopPoint {
   bool held = false;
   std::chrono::milliseconds after{0};
 };
+StopPoint printed(std::string output) {
+  return {std::move(output), false, std::chrono::milliseconds(0)};
+}
+StopPoint held(std::chrono::milliseconds after = std::chrono::milliseconds(0)) {
+  return {"", true, after};
+}
 
 struct StoppedRun : Run {
   bool ready = false;   // the point was reached (or the program ended by itself first)
@@ -272,7 +278,7 @@ std::vector<nlohmann::json> jsonLines(const std::string& out) {
 }
 
 TEST(CommandLineProgram, DemoShowsTheSampleOnTimeAndStopsCleanly) {
-  auto run = runUntil({"--demo", "--headless"}, {R"("text":"Lumerix is listening.")"}, SIGINT);
+  auto run = runUntil({"--demo", "--headless"}, printed(R"("text":"Lumerix is listening.")"), SIGINT);
   EXPECT_TRUE(run.ready) << run.out;
   EXPECT_EQ(run.status, 0) << run.err;
   const std::vector<nlohmann::json> lines = jsonLines(run.out);
@@ -323,7 +329,7 @@ TEST(CommandLineProgram, TheLaunchFormFollowsAndSaysWhatItCannotDo) {
   ::unsetenv("DISPLAY");
   ::unsetenv("WAYLAND_DISPLAY");
   // It gives up by itself; the signal is only for a run that hangs.
-  auto run = runUntil({dir.path("no-such.srt")}, {"never printed"});
+  auto run = runUntil({dir.path("no-such.srt")}, printed("never printed"));
   if (!display.empty()) ::setenv("DISPLAY", display.c_str(), 1);
   if (!wayland.empty()) ::setenv("WAYLAND_DISPLAY", wayland.c_str(), 1);
   EXPECT_EQ(run.status, 2);
@@ -332,7 +338,7 @@ TEST(CommandLineProgram, TheLaunchFormFollowsAndSaysWhatItCannotDo) {
                          std::string(texts::desktop::noDisplay) + "\n");
   EXPECT_EQ(run.out, "");
 #else
-  auto run = runUntil({dir.path("no-such.srt")}, {R"("status":"⇄ Auto-syncing)"});
+  auto run = runUntil({dir.path("no-such.srt")}, printed(R"("status":"⇄ Auto-syncing)"));
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.err,
             "lumerix: this build has no window; printing what the bar would show (as --headless)\n"
@@ -344,7 +350,7 @@ TEST(CommandLineProgram, TheLaunchFormFollowsAndSaysWhatItCannotDo) {
 
 TEST(CommandLineProgram, DemoRunsWithoutAUsableTemporaryFolder) {
   ::setenv("TMPDIR", "/nonexistent", 1);
-  auto run = runUntil({"--demo", "--headless"}, {R"("status":"Loaded sample.srt · 6 cues")"});
+  auto run = runUntil({"--demo", "--headless"}, printed(R"("status":"Loaded sample.srt · 6 cues")"));
   ::unsetenv("TMPDIR");
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.out.find(R"("status":"Loaded sample.srt · 6 cues")"), std::string::npos) << run.out;
@@ -359,7 +365,7 @@ TEST(CommandLineProgram, HeadlessSavesTheTimingWhenStopped) {
     test::TempDir dir;
     dir.write(folder + "/ep.srt", "00:00:01,000 --> 00:00:02,000\nHi\n");
     ::setenv("XDG_CONFIG_HOME", dir.path("config").c_str(), 1);
-    auto run = runUntil({"--headless", dir.path(folder + "/ep.srt")}, {R"("status":"Loaded ep.srt · 1 cues")"});
+    auto run = runUntil({"--headless", dir.path(folder + "/ep.srt")}, printed(R"("status":"Loaded ep.srt · 1 cues")"));
     EXPECT_TRUE(run.ready) << run.out;
     EXPECT_EQ(run.status, 0) << run.err;
     std::string side;
@@ -397,12 +403,12 @@ TEST(CommandLineProgram, StopSignalsAtAnyMomentOfStartUpKeepTheTiming) {
   };
   using std::chrono::milliseconds;
   const Moment moments[] = {
-      {"at once", {}},  // may come while the system still loads the program: it ends it, as any program
-      {"once held", {.held = true}},
-      {"2 ms after held", {.held = true, .after = milliseconds(2)}},
-      {"10 ms after held", {.held = true, .after = milliseconds(10)}},
-      {"40 ms after held", {.held = true, .after = milliseconds(40)}},
-      {"once loaded", {.output = loaded}},
+      {"at once", printed("")},  // may come while the system still loads the program: it ends it, as any program
+      {"once held", held()},
+      {"2 ms after held", held(milliseconds(2))},
+      {"10 ms after held", held(milliseconds(10))},
+      {"40 ms after held", held(milliseconds(40))},
+      {"once loaded", printed(loaded)},
   };
   for (const auto& [signal, name] : signals) {
     for (const Moment& moment : moments) {
@@ -417,10 +423,14 @@ TEST(CommandLineProgram, StopSignalsAtAnyMomentOfStartUpKeepTheTiming) {
 
       auto run = runUntil({"--headless", dir.path("ep.srt")}, moment.point, signal);
       ASSERT_TRUE(run.ready) << run.out;
-      if (moment.point.held || !moment.point.output.empty()) EXPECT_FALSE(run.killed) << "held, yet killed";
+      if (moment.point.held || !moment.point.output.empty()) {
+        EXPECT_FALSE(run.killed) << "held, yet killed";
+      }
       // The signals are held from the start of the program to well after
       // the reading of the subtitle, never left to kill it meanwhile.
-      if (moment.point.held) EXPECT_TRUE(run.sawHeld);
+      if (moment.point.held) {
+        EXPECT_TRUE(run.sawHeld);
+      }
       struct stat side {};
       ASSERT_EQ(::stat(dir.path("ep.srt.sync.json").c_str(), &side), 0);
       if (run.status == 0) {
@@ -446,7 +456,7 @@ TEST(CommandLineProgram, StopSignalsAtAnyMomentOfStartUpKeepTheTiming) {
     SCOPED_TRACE(name);
     test::TempDir dir;
     ::setenv("XDG_CONFIG_HOME", dir.path("config").c_str(), 1);
-    for (const StopPoint& point : {StopPoint{.held = true}, StopPoint{.output = R"("status")"}}) {
+    for (const StopPoint& point : {held(), printed(R"("status")")}) {
       auto run = runUntil({"--headless"}, point, signal);
       EXPECT_TRUE(run.ready);
       EXPECT_FALSE(run.killed);
