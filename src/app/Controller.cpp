@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "app/EpisodeMatch.h"
+#include "app/Hints.h"
 #include "app/SettingsKeys.h"
 #include "overlay/TextLayers.h"
 #include "platform/KeyCodes.h"
@@ -217,20 +218,20 @@ bool Controller::handleKey(int keyCode, bool shift, std::string_view characters)
 void Controller::bumpOffset(double delta) noexcept {
   s.offset += delta;
   saveCalibration();
-  showHint(cFormat("Timing offset %+.1fs", s.offset));
+  showHint(hints::timingOffset(s.offset));
 }
 
 void Controller::bumpScale(double delta) noexcept {
   s.scale = clamp(s.scale + delta, 0.9, 1.1);
   saveCalibration();
-  showHint(cFormat("Rate %.4f", s.scale));
+  showHint(hints::rate(s.scale));
 }
 
 void Controller::cycleFPS() noexcept {
   s.scaleIdx = (s.scaleIdx + 1) % static_cast<int>(std::size(scalePresets));
   s.scale = scalePresets[s.scaleIdx].factor;
   saveCalibration();
-  showHint("Frame-rate ratio " + std::string(scalePresets[s.scaleIdx].label));
+  showHint(hints::frameRateRatio(scalePresets[s.scaleIdx].label));
 }
 
 void Controller::toggleBG() noexcept {
@@ -244,14 +245,14 @@ void Controller::bumpAlpha(double delta) noexcept {
   s.alpha = clamp(s.alpha + delta, 0.2, 1.0);
   services.defaults.set(keys::panelAlpha, s.alpha);
   services.host.setPanelAlpha(s.alpha);
-  showHint("Opacity " + prefs::alphaValueLabel(s.alpha));
+  showHint(hints::opacity(prefs::alphaValueLabel(s.alpha)));
 }
 
 void Controller::bumpFont(double delta) noexcept {
   s.fontSize = clamp(s.fontSize + delta, 12, 80);
   services.defaults.set(keys::fontSize, s.fontSize);
   s.curText.reset();
-  showHint("Font size " + prefs::fontValueLabel(s.fontSize));
+  showHint(hints::fontSize(prefs::fontValueLabel(s.fontSize)));
 }
 
 void Controller::resize(double dw, double dh) noexcept {
@@ -289,7 +290,7 @@ void Controller::markPoint(int n) noexcept {
   const double t = v * s.scale + s.offset;
   s.calPoints[n] = {v, t};
   if (n == 1) {
-    showHint("① Marked first point at " + fmtTime(v) + " — seek near the end, align, then press 2");
+    showHint(hints::markedFirstPoint(fmtTime(v)));
     return;
   }
   const auto first = s.calPoints.find(1);
@@ -304,14 +305,14 @@ void Controller::markPoint(int n) noexcept {
   }
   const double rate = (t - p1.t) / (v - p1.v);
   if (rate < 0.85 || rate > 1.15 || std::isnan(rate)) {
-    showHint(cFormat("Computed rate %.4f looks wrong — realign both points", rate));
+    showHint(hints::rateLooksWrong(rate));
     return;
   }
   s.scale = rate;
   s.offset = p1.t - p1.v * rate;
   s.calPoints.clear();
   saveCalibration();
-  showHint(cFormat("✓ Calibrated! rate %.5f, offset %+.2fs — saved", rate, s.offset));
+  showHint(hints::calibrated(rate, s.offset));
 }
 
 // ---- the panel ------------------------------------------------------------------

@@ -22,18 +22,11 @@ namespace {
 constexpr const char* kTrayIconName = "lumerix-status";
 constexpr int kTrayIconPixels = 48;  // hosts scale it down; sharp on dense screens too
 
-std::string systemFontFamily() {
-  Glib::ustring name;
-  if (auto gtkSettings = Gtk::Settings::get_default()) name = gtkSettings->property_gtk_font_name().get_value();
-  const Pango::FontDescription font(name);
-  return font.get_family().empty() ? "Sans" : std::string(font.get_family());
-}
-
 }  // namespace
 
 GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
     : app(app),
-      text(systemFontFamily()),
+      text(desktopFontFamily()),
       // The demo keeps its settings in memory: it must not change the user's.
       settings(options.demo ? std::make_unique<MemorySettingsStore>() : platform::makeUserSettingsStore(std::cerr)),
       host(barKind(), *settings, text) {
