@@ -409,8 +409,11 @@ void OverlayWindow::setBrandPhase(double p) {
   const double before = phase;
   phase = p;
   // Past the glint's sweep every frame is the still plate: nothing to draw.
-  if (brand && !layers.empty() && (brandGlintShows(p) || brandGlintShows(before))) {
-    redraw(glintArea.value_or(textFrame), 1);
+  if (!brand || layers.empty() || !(brandGlintShows(p) || brandGlintShows(before))) return;
+  if (!glintArea) return redraw(textFrame, 1);  // the plate is not drawn yet
+  // Only where the glint was and where it is now change.
+  for (const double at : {before, p}) {
+    if (const auto band = brandGlintBand(*glintArea, at)) redraw(*band, 1);
   }
 }
 
