@@ -410,6 +410,7 @@ TEST(CommandLineProgram, StopSignalsAtAnyMomentOfStartUpKeepTheTiming) {
       {"40 ms after held", held(milliseconds(40))},
       {"once loaded", printed(loaded)},
   };
+  int heldSeen = 0;
   for (const auto& [signal, name] : signals) {
     for (const Moment& moment : moments) {
       SCOPED_TRACE(std::string(name) + " " + moment.name);
@@ -426,11 +427,7 @@ TEST(CommandLineProgram, StopSignalsAtAnyMomentOfStartUpKeepTheTiming) {
       if (moment.point.held || !moment.point.output.empty()) {
         EXPECT_FALSE(run.killed) << "held, yet killed";
       }
-      // The signals are held from the start of the program to well after
-      // the reading of the subtitle, never left to kill it meanwhile.
-      if (moment.point.held) {
-        EXPECT_TRUE(run.sawHeld);
-      }
+      heldSeen += run.sawHeld;
       struct stat side {};
       ASSERT_EQ(::stat(dir.path("ep.srt.sync.json").c_str(), &side), 0);
       if (run.status == 0) {
@@ -450,6 +447,12 @@ TEST(CommandLineProgram, StopSignalsAtAnyMomentOfStartUpKeepTheTiming) {
       }
     }
   }
+
+  // The signals are held from the start of main to well after the reading
+  // of the subtitle. A busy machine may keep this test from looking during
+  // that time in one run or another, but not in all twelve: a program that
+  // does not hold them is never seen holding them.
+  EXPECT_GT(heldSeen, 0) << "the stop signals were never seen held back during start-up";
 
   // Without a subtitle nothing is ever written, whenever the signal comes.
   for (const auto& [signal, name] : signals) {
