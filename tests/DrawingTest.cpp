@@ -130,6 +130,37 @@ TEST(Nameplate, APlateKeptBetweenFramesPlusTheGlintIsTheWholeNameplate) {
   EXPECT_FALSE(brandGlintShows(0.99));
 }
 
+// A frame redraws only the glint's band, where it was and where it is: every
+// point the gradient lights must lie in it, or the light would be left
+// behind or cut.
+TEST(Nameplate, TheGlintsBandHoldsAllItsLight) {
+  for (const Rect g : {Rect{300, 28.5, 200, 40}, Rect{10, 5, 90, 120}}) {
+    double narrowest = g.width;
+    for (double phase = 0; phase < 0.45; phase += 0.01) {
+      // The gradient as drawn: from (sx, minY) to (sx + 95, maxY).
+      const double p = phase / 0.45;
+      const double sx = g.minX() - 95 + p * (g.width + 190);
+      const auto band = brandGlintBand(g, phase);
+      for (double y = g.minY(); y <= g.maxY(); y += g.height / 20) {
+        for (double x = g.minX(); x <= g.maxX(); x += 0.5) {
+          const double t = ((x - sx) * 95 + (y - g.minY()) * g.height) / (95 * 95 + g.height * g.height);
+          if (!(t > 0 && t < 1)) continue;
+          ASSERT_TRUE(band) << "phase " << phase << ": light at " << x << "," << y << " but no band";
+          ASSERT_TRUE(x >= band->minX() && x <= band->maxX() && y >= band->minY() && y <= band->maxY())
+              << "phase " << phase << ": light at " << x << "," << y;
+        }
+      }
+      if (band) {
+        EXPECT_GE(band->minX(), g.minX());
+        EXPECT_LE(band->maxX(), g.maxX());
+        narrowest = std::min(narrowest, band->width);
+      }
+    }
+    EXPECT_LT(narrowest, g.width) << "the band is never narrower than the whole plate";
+  }
+  EXPECT_EQ(brandGlintBand({0, 0, 200, 40}, 0.45), std::nullopt);
+}
+
 TEST(Nameplate, NarrowPanelsLoseTheRulesAndEmptyTextDrawsNothing) {
   // (300 - 200) / 2 - 46 = 4 points of rule: not worth drawing.
   const auto narrow = plate(300, 0.5);

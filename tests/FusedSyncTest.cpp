@@ -133,12 +133,17 @@ TEST(FusedSyncFullscreen, TestedAtMostTwiceASecondAndSourcesFollowTheFusion) {
 
   // Where the player answers polls in full screen too (MPRIS), the poller
   // keeps the lead there; the stream fills in only while it has nothing.
+  // Nothing there depends on full screen: the windows are not asked for
+  // until someone wants to know.
   Fusion linux(true);
   linux.tv->next = at(10);
   linux.mr->next = at(20);
   linux.setFullscreen(true);
-  EXPECT_EQ(linux.fused.snapshot().position, 10);
+  for (int i = 0; i < 10; ++i, linux.system.advance(0.25)) EXPECT_EQ(linux.fused.snapshot().position, 10);
+  EXPECT_EQ(linux.system.windowQueries, 0);
   EXPECT_TRUE(linux.fused.fullscreen());
+  EXPECT_TRUE(linux.fused.fullscreen());
+  EXPECT_EQ(linux.system.windowQueries, 1);
   linux.tv->next = without("Cannot read mpv");
   EXPECT_EQ(linux.fused.snapshot().position, 20);
 

@@ -18,18 +18,21 @@
 #include "FakeSystem.h"
 #include "ScopedEnv.h"
 #include "app/Controller.h"
+#include "app/Hints.h"
 #include "gtk/Blur.h"
 #include "gtk/CairoCanvas.h"
 #include "gtk/DropPaths.h"
 #include "gtk/GtkDialogs.h"
 #include "gtk/KeyMap.h"
 #include "gtk/PanelGeometry.h"
+#include "gtk/PangoText.h"
 #include "gtk/PreferencesWindow.h"
 #include "gtk/RaisePolicy.h"
 #include "gtk/TrayMenu.h"
 #include "overlay/TextLayers.h"
 #include "platform/KeyCodes.h"
 #include "ui/Menu.h"
+#include "ui/DesktopTexts.h"
 #include "ui/Texts.h"
 
 namespace lumerix::gtk {
@@ -272,13 +275,13 @@ TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
       buildMenu(statusMenu(linuxUiTexts("mpv"), MenuStyle::barKeys), [&](MenuAction a) { performed.push_back(a); });
   BuiltMenu mac = buildMenu(statusMenu(macUiTexts()), [](MenuAction) {});
   EXPECT_THAT(describe(*mac.menu).at(0), "Open Subtitle… [Ctrl+O]");
-  // The Linux menu names the bar's own keys, and has no update command.
+  // The Linux menu names the bar's own keys, and has no update or permission command.
   EXPECT_THAT(describe(*built.menu),
               ElementsAre("Open Subtitle… [O]", "Re-enable Episode Auto-pick [A]", "Open Second Subtitle…",
                           "Remove Second Subtitle", "Second to First", "---",
                           "Subtitle Timing {−0.5 s [Left]} {−0.1 s [,]} {+0.1 s [.]} {+0.5 s [Right]}",
                           "Bigger Text [+]", "Smaller Text [-]", "Toggle Background Style [T]", "---", "Preferences…",
-                          "Player Permission…", "How to Use…", "About Lumerix", "---", "Quit Lumerix [Q]"));
+                          "How to Use…", "About Lumerix", "---", "Quit Lumerix [Q]"));
   // Items act through the core's actions, the submenu's too.
   auto children = built.menu->get_children();
   dynamic_cast<Gtk::MenuItem*>(children.at(8))->activate();
@@ -303,6 +306,55 @@ struct PrefsRig {
   Controller controller{
       {clock, settings, host, dialogs, dialogs}, std::make_unique<lumerix::test::ScriptedSource>(), std::nullopt};
 };
+
+// Every status text and hint of the Linux bar fits its status line at the
+// bar's default size (on the screen the controller assumes when it knows
+// none), in the desktop's font, laid out as the bar does: a cut hint loses
+// the part that says what to do.
+TEST_F(WithGtk, EveryStatusTextFitsTheDefaultBar) {
+  struct Host : lumerix::test::RecordingHost {
+    double fontSize = 0;
+    Rect statusFrame;
+    void createPanel(const PanelConfig& config) override {
+      fontSize = config.statusFontSize;
+      RecordingHost::createPanel(config);
+    }
+    void setStatusFrame(const Rect& f) override { statusFrame = f; }
+  };
+  lumerix::test::FakeSystem clock;
+  MemorySettingsStore settings;
+  Host host;
+  host.screen.reset();
+  lumerix::test::RecordingDialogs dialogs;
+  Controller controller({clock, settings, host, dialogs, dialogs}, std::make_unique<lumerix::test::ScriptedSource>(),
+                        std::nullopt);
+  ASSERT_GT(host.fontSize, 0);
+  ASSERT_GT(host.statusFrame.width, 0);
+
+  TextEngine text(desktopFontFamily());
+  PangoLayout* layout = text.statusLayout(host.fontSize, host.statusFrame.width);
+  std::vector<std::string_view> notes{texts::desktop::noTray};
+  for (const bool gnome : {false, true}) {
+    for (std::string_view note : texts::desktop::notes({.composited = false, .waylandWithoutLayerShell = true,
+                                                        .gnome = gnome})) {
+      notes.push_back(note);
+    }
+  }
+  std::size_t measured = 0;
+  for (const char* player : {"", "mpv", "celluloid", "firefox"}) {
+    const auto all = hints::everyStatusText(
+        linuxUiTexts(player), linuxSourceTexts(player, {"/usr/bin", "/usr/libexec/lumerix"}), notes);
+    for (const std::string& status : all) {
+      pango_layout_set_text(layout, status.data(), static_cast<int>(status.size()));
+      EXPECT_FALSE(pango_layout_is_ellipsized(layout))
+          << "cut at " << host.statusFrame.width << " px in " << text.systemFamily() << " " << host.fontSize
+          << " px: " << status;
+      ++measured;
+    }
+  }
+  g_object_unref(layout);
+  EXPECT_GT(measured, 100u);
+}
 
 TEST_F(WithGtk, PreferencesShowTheControllersValuesAndWriteThroughIt) {
   PrefsRig r;
@@ -460,7 +512,7 @@ TEST(GtkText, ChineseSubtitlesGetABoldCjkFaceAndInk) {
 TEST(GtkText, EverySymbolTheTextsUseHasAGlyph) {
   std::set<gunichar> symbols;
   for (const char* file : {"ui/Texts.cpp", "ui/Texts.h", "ui/DesktopTexts.h", "ui/Menu.cpp", "ui/Preferences.h",
-                           "ui/Preferences.cpp", "sync/SourceTexts.cpp", "app/Controller.cpp"}) {
+                           "ui/Preferences.cpp", "sync/SourceTexts.cpp", "app/Controller.cpp", "app/Hints.cpp"}) {
     std::ifstream in(std::string(LUMERIX_SOURCE_DIR) + "/src/" + file);
     ASSERT_TRUE(in) << file;
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

@@ -132,6 +132,13 @@ TEST(Subprocess, TheReaperNeverBlocksSignallingWhileItWaits) {
   stopper.join();
   testhooks::failWaitForExit(false);
   EXPECT_EQ(child.value()->exitStatus(), 128 + SIGTERM);
+  EXPECT_TRUE(child.value()->killedBySignal());
+  // The same status by its own hand is no signal.
+  auto exits = Subprocess::start({"/bin/sh", "-c", "exit 143"});
+  ASSERT_TRUE(exits.ok());
+  exits.value()->pump(nullptr, nullptr);
+  EXPECT_EQ(exits.value()->exitStatus(), 128 + SIGTERM);
+  EXPECT_FALSE(exits.value()->killedBySignal());
 }
 
 TEST(Subprocess, ChildrenGetDefaultSignalHandling) {

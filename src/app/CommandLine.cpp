@@ -97,18 +97,22 @@ std::string helpText(bool window, bool linux) {
                    "                     FILE (SubRip .srt or WebVTT .vtt) loaded\n"
                  : "  [FILE]             this build has no window: the same as --headless [FILE]\n";
   text +=
-      "  --headless [FILE]  follow the media player and print, one JSON object a\n"
-      "                     line, every change of the shown text\n"
-      "                     ({\"t\", \"text\", \"brand\"}) and of the status line\n"
-      "                     ({\"t\", \"status\"}) and of the player's full-screen\n";
-  text += linux ? "                     state ({\"t\", \"fullscreen\"}: the window manager's\n"
-                  "                     word on X11, the player's own on Wayland); t is\n"
-                  "                     seconds since start. FILE is\n"
-                : "                     state ({\"t\", \"fullscreen\"}: the now-playing stream\n"
-                  "                     leads then); t is seconds since start. FILE is\n";
+      "  --headless [FILE]  follow the media player and print what the bar would\n"
+      "                     show, one JSON object a line (t: seconds since start):\n"
+      "                     {\"t\", \"text\", \"brand\", \"pos\", \"sub\"} a change of the\n"
+      "                       shown text (\"\" for none); brand: true for the nameplate;\n"
+      "                       pos, sub: the player's position and the subtitle\n"
+      "                       time it was shown for, when the player has one\n"
+      "                     {\"t\", \"status\"} a change of the status line\n"
+      "                     {\"t\", \"alert\"} a message the bar would show\n"
+      "                     {\"t\", \"fullscreen\"} the player's full-screen state\n";
+  text += linux ? "                       (the window manager's word on X11, the player's\n"
+                  "                       own on Wayland)\n"
+                : "                       (the now-playing stream leads then)\n";
   text +=
-      "                     the subtitle to load. Stops on Ctrl-C, saving the timing\n"
-      "                     next to FILE as FILE.sync.json.\n"
+      "                     FILE is the subtitle to load. Stops on Ctrl-C, SIGTERM\n"
+      "                     or SIGHUP, saving the timing next to FILE as\n"
+      "                     FILE.sync.json.\n"
       "  --second FILE2     show FILE2 too, under FILE (or above: the \"SecondPosition\"\n"
       "                     setting), timed on its own (FILE2.sync.json); the headless\n"
       "                     lines then carry its text as \"second\". Without FILE,\n"

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "app/EpisodeMatch.h"
+#include "app/Hints.h"
 #include "app/SettingsKeys.h"
 #include "overlay/TextLayers.h"
 #include "platform/KeyCodes.h"
@@ -232,14 +233,14 @@ void Controller::bumpOffset(double delta) noexcept {
   const Timing a = adjusted();
   a.offset += delta;
   saveCalibration();
-  showHint(cFormat("Timing offset %+.1fs", a.offset).append(adjustedSuffix()));
+  showHint(hints::timingOffset(a.offset).append(adjustedSuffix()));
 }
 
 void Controller::bumpScale(double delta) noexcept {
   const Timing a = adjusted();
   a.scale = clamp(a.scale + delta, 0.9, 1.1);
   saveCalibration();
-  showHint(cFormat("Rate %.4f", a.scale).append(adjustedSuffix()));
+  showHint(hints::rate(a.scale).append(adjustedSuffix()));
 }
 
 void Controller::cycleFPS() noexcept {
@@ -247,7 +248,7 @@ void Controller::cycleFPS() noexcept {
   a.scaleIdx = (a.scaleIdx + 1) % static_cast<int>(std::size(scalePresets));
   a.scale = scalePresets[a.scaleIdx].factor;
   saveCalibration();
-  showHint("Frame-rate ratio " + std::string(scalePresets[a.scaleIdx].label) + std::string(adjustedSuffix()));
+  showHint(hints::frameRateRatio(scalePresets[a.scaleIdx].label).append(adjustedSuffix()));
 }
 
 void Controller::toggleBG() noexcept {
@@ -261,14 +262,14 @@ void Controller::bumpAlpha(double delta) noexcept {
   s.alpha = clamp(s.alpha + delta, 0.2, 1.0);
   services.defaults.set(keys::panelAlpha, s.alpha);
   services.host.setPanelAlpha(s.alpha);
-  showHint("Opacity " + prefs::alphaValueLabel(s.alpha));
+  showHint(hints::opacity(prefs::alphaValueLabel(s.alpha)));
 }
 
 void Controller::bumpFont(double delta) noexcept {
   s.fontSize = clamp(s.fontSize + delta, 12, 80);
   services.defaults.set(keys::fontSize, s.fontSize);
   s.curText.reset();
-  showHint("Font size " + prefs::fontValueLabel(s.fontSize));
+  showHint(hints::fontSize(prefs::fontValueLabel(s.fontSize)));
 }
 
 void Controller::resize(double dw, double dh) noexcept {
@@ -312,7 +313,7 @@ void Controller::markPoint(int n) noexcept {
   const double t = v * a.scale + a.offset;
   a.calPoints[n] = {v, t};
   if (n == 1) {
-    showHint("① Marked first point at " + fmtTime(v) + " — seek near the end, align, then press 2");
+    showHint(hints::markedFirstPoint(fmtTime(v)));
     return;
   }
   const auto first = a.calPoints.find(1);
@@ -327,14 +328,14 @@ void Controller::markPoint(int n) noexcept {
   }
   const double rate = (t - p1.t) / (v - p1.v);
   if (rate < 0.85 || rate > 1.15 || std::isnan(rate)) {
-    showHint(cFormat("Computed rate %.4f looks wrong — realign both points", rate));
+    showHint(hints::rateLooksWrong(rate));
     return;
   }
   a.scale = rate;
   a.offset = p1.t - p1.v * rate;
   a.calPoints.clear();
   saveCalibration();
-  showHint(cFormat("✓ Calibrated! rate %.5f, offset %+.2fs — saved", rate, a.offset).append(adjustedSuffix()));
+  showHint(hints::calibrated(rate, a.offset).append(adjustedSuffix()));
 }
 
 // ---- the panel ------------------------------------------------------------------

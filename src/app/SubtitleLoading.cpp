@@ -7,6 +7,7 @@
 
 #include "app/Controller.h"
 #include "app/EpisodeMatch.h"
+#include "app/Hints.h"
 #include "app/SettingsKeys.h"
 #include "app/SubtitleFiles.h"
 #include "subtitles/SRTParser.h"
@@ -52,7 +53,7 @@ void Controller::loadSubtitle(const std::string& path) noexcept {
   auto parsed = loading::parseGuarded(path);
   if (!parsed) {
     // The previous file, its timing and the folder all stay in force.
-    showHint("Failed to load: " + describe(parsed.error()));
+    showHint(hints::failedToLoad(describe(parsed.error())));
     return;
   }
   s.cues = std::move(parsed).value();
@@ -66,11 +67,7 @@ void Controller::loadSubtitle(const std::string& path) noexcept {
   s.scale = 1.0;
   services.defaults.set(keys::subtitleFolder, path::parent(path));
   if (auto timing = loading::readTiming(path + ".sync.json")) std::tie(s.offset, s.scale) = *timing;
-  char suffix[96] = "";
-  if (s.offset != 0 || s.scale != 1.0) {
-    cFormatInto(suffix, sizeof suffix, " (restored offset %+.2fs, rate %.4f)", s.offset, s.scale);
-  }
-  showHint("Loaded " + s.subName + " · " + std::to_string(s.cues.size()) + " cues" + suffix);
+  showHint(hints::loaded(s.subName, s.cues.size(), s.offset, s.scale));
 }
 
 void Controller::maybeAutoPick(const std::string& track) noexcept {
@@ -91,7 +88,7 @@ void Controller::maybeAutoPick(const std::string& track) noexcept {
     return;
   }
   if (!s.cues.empty()) return;  // keep what is loaded rather than nag
-  showHint("No subtitle found for “" + track + "” — press O to choose one");
+  showHint(hints::noSubtitleFor(track));
 }
 
 std::optional<std::string> Controller::findEpisodeSubtitle(long long episode) noexcept {
@@ -134,7 +131,7 @@ void Controller::menuAutoPick() noexcept {
 void Controller::applySubtitleFolder(const std::string& folder) noexcept {
   services.defaults.set(keys::subtitleFolder, folder);
   s.lastTrack.reset();
-  showHint("Subtitle folder set: " + path::lastComponent(folder));
+  showHint(hints::folderSet(path::lastComponent(folder)));
 }
 
 }  // namespace lumerix

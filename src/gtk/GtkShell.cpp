@@ -13,6 +13,7 @@
 #include "ui/DesktopTexts.h"
 #include "ui/Menu.h"
 #include "util/Path.h"
+#include "util/StopSignals.h"
 
 namespace lumerix::gtk {
 
@@ -21,18 +22,11 @@ namespace {
 constexpr const char* kTrayIconName = "lumerix-status";
 constexpr int kTrayIconPixels = 48;  // hosts scale it down; sharp on dense screens too
 
-std::string systemFontFamily() {
-  Glib::ustring name;
-  if (auto gtkSettings = Gtk::Settings::get_default()) name = gtkSettings->property_gtk_font_name().get_value();
-  const Pango::FontDescription font(name);
-  return font.get_family().empty() ? "Sans" : std::string(font.get_family());
-}
-
 }  // namespace
 
 GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
     : app(app),
-      text(systemFontFamily()),
+      text(desktopFontFamily()),
       // The demo keeps its settings in memory: it must not change the user's.
       settings(options.demo ? std::make_unique<MemorySettingsStore>() : platform::makeUserSettingsStore(std::cerr)),
       host(barKind(), *settings, text) {
@@ -98,9 +92,12 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
         },
         static_cast<unsigned>(Controller::debugLogInterval * 1000));
   }
-  // Signals only set the quit in motion; the main loop does the rest.
-  stopSignals[0] = g_unix_signal_add(SIGTERM, onStopSignal, this);
-  stopSignals[1] = g_unix_signal_add(SIGINT, onStopSignal, this);
+  // Signals only set the quit in motion; the main loop does the rest. One
+  // that came while the subtitle loaded was held for this moment.
+  for (int i = 0; i < stopsignals::kCount; ++i) {
+    stopSignals[i] = g_unix_signal_add(stopsignals::kSignals[i], onStopSignal, this);
+  }
+  stopsignals::release();
   app.hold();  // no window of the application's kind: keep running anyway
 
   // Once the bar is up; the guide's dialog runs its own loop, the bar ticks on.

@@ -64,7 +64,7 @@ class GtkShell {
   std::unique_ptr<Tray> tray;
   std::string iconDir;
   sigc::connection tickTimer, extraTick, debugTimer, trayCheck;
-  guint stopSignals[2] = {0, 0};
+  guint stopSignals[3] = {0, 0, 0};
   bool quitting = false;
   int menuRevision = -1;  // the controller's, when the menus last showed what it wants
 };

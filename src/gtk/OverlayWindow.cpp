@@ -400,14 +400,7 @@ void OverlayWindow::setStatusText(const std::string& t) {
 void OverlayWindow::setStatusFrame(const Rect& f) {
   statusFrame = f;
   if (statusLayout) g_object_unref(statusLayout);
-  statusLayout = text.emptyLayout();
-  PangoFontDescription* font = text.systemFont(config.statusFontSize);
-  pango_layout_set_font_description(statusLayout, font);
-  pango_font_description_free(font);
-  pango_layout_set_alignment(statusLayout, PANGO_ALIGN_CENTER);
-  pango_layout_set_width(statusLayout, static_cast<int>(f.width * PANGO_SCALE));
-  pango_layout_set_ellipsize(statusLayout, PANGO_ELLIPSIZE_END);
-  pango_layout_set_single_paragraph_mode(statusLayout, TRUE);
+  statusLayout = text.statusLayout(config.statusFontSize, f.width);
   pango_layout_set_text(statusLayout, status.data(), static_cast<int>(status.size()));
   area.queue_draw();
 }
@@ -441,8 +434,11 @@ void OverlayWindow::setBrandPhase(double p) {
   const double before = phase;
   phase = p;
   // Past the glint's sweep every frame is the still plate: nothing to draw.
-  if (brand && !layers.empty() && (brandGlintShows(p) || brandGlintShows(before))) {
-    redraw(glintArea.value_or(textFrame), 1);
+  if (!brand || layers.empty() || !(brandGlintShows(p) || brandGlintShows(before))) return;
+  if (!glintArea) return redraw(textFrame, 1);  // the plate is not drawn yet
+  // Only where the glint was and where it is now change.
+  for (const double at : {before, p}) {
+    if (const auto band = brandGlintBand(*glintArea, at)) redraw(*band, 1);
   }
 }
 

@@ -1,5 +1,6 @@
 #include "gtk/PangoText.h"
 
+#include <gtk/gtk.h>
 #include <pango/pangocairo.h>
 
 #include <algorithm>
@@ -68,6 +69,18 @@ PangoFontDescription* TextEngine::systemFont(double size) {
   return d;
 }
 
+PangoLayout* TextEngine::statusLayout(double size, double width) {
+  PangoLayout* l = pango_layout_new(context);
+  PangoFontDescription* font = systemFont(size);
+  pango_layout_set_font_description(l, font);
+  pango_font_description_free(font);
+  pango_layout_set_alignment(l, PANGO_ALIGN_CENTER);
+  pango_layout_set_width(l, static_cast<int>(width * PANGO_SCALE));
+  pango_layout_set_ellipsize(l, PANGO_ELLIPSIZE_END);
+  pango_layout_set_single_paragraph_mode(l, TRUE);
+  return l;
+}
+
 PangoLayout* TextEngine::layout(const TextLayer& layer, double width) {
   PangoLayout* l = pango_layout_new(context);
   PangoFontDescription* d = describe(layer.font);
@@ -95,6 +108,17 @@ Size TextEngine::measure(const TextLayer& layer, Size bounds) {
   g_object_unref(l);
   return {static_cast<double>(logical.width) / PANGO_SCALE,
           std::min(static_cast<double>(logical.height) / PANGO_SCALE, bounds.height)};
+}
+
+std::string desktopFontFamily() {
+  gchar* name = nullptr;
+  if (GtkSettings* settings = gtk_settings_get_default()) g_object_get(settings, "gtk-font-name", &name, nullptr);
+  PangoFontDescription* font = pango_font_description_from_string(name ? name : "");
+  g_free(name);
+  const char* family = pango_font_description_get_family(font);
+  std::string out = family && *family ? family : "Sans";
+  pango_font_description_free(font);
+  return out;
 }
 
 }  // namespace lumerix::gtk

@@ -32,6 +32,9 @@ class TextEngine {
   // A new layout of the layer's text, centred; wrapping at width when
   // width > 0, else one line. The caller unrefs it.
   PangoLayout* layout(const TextLayer& layer, double width);
+  // The status line's layout: the system font at this size, one line
+  // centred in width and ellipsized at its end. The caller unrefs it.
+  PangoLayout* statusLayout(double size, double width);
   // A layout with nothing set yet, on the same context. The caller unrefs it.
   PangoLayout* emptyLayout() { return pango_layout_new(context); }
   // The size of the layer laid out no wider than bounds.width.
@@ -47,5 +50,9 @@ class TextEngine {
   PangoContext* context;
   std::set<std::string> families;  // installed, folded to lower case; read once
 };
+
+// The desktop's interface font family (GTK's font setting), "Sans" when
+// it names none.
+std::string desktopFontFamily();
 
 }  // namespace lumerix::gtk

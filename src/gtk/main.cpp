@@ -11,6 +11,7 @@
 #include "gtk/SessionBus.h"
 #include "program/Program.h"
 #include "ui/DesktopTexts.h"
+#include "util/StopSignals.h"
 
 namespace {
 
@@ -48,7 +49,15 @@ int runBar(const lumerix::CommandLine& cl) {
   auto app =
       Gtk::Application::create(kApplicationId, cl.demo ? Gio::APPLICATION_NON_UNIQUE : Gio::APPLICATION_HANDLES_OPEN);
   std::unique_ptr<gtk::GtkShell> shell;
+  int stoppedBy = 0;
+  // Stopped before the subtitle loads: nothing to save, nothing written.
+  auto stopped = [&] {
+    if (shell || !(stoppedBy = stopsignals::takePending())) return false;
+    app->quit();
+    return true;
+  };
   app->signal_activate().connect([&] {
+    if (stopped()) return;
     if (!shell) {
       shell = std::make_unique<gtk::GtkShell>(*app.get(), options);
     } else {
@@ -57,6 +66,7 @@ int runBar(const lumerix::CommandLine& cl) {
   });
   app->signal_open().connect([&](const Gio::Application::type_vec_files& files, const Glib::ustring&) {
     const std::string path = files.empty() ? std::string() : files.front()->get_path();
+    if (stopped()) return;
     if (!shell) {
       options.subtitle = startupSubtitlePath({"lumerix", path});
       shell = std::make_unique<gtk::GtkShell>(*app.get(), options);
@@ -73,11 +83,12 @@ int runBar(const lumerix::CommandLine& cl) {
   argv.push_back(nullptr);
   const int status = app->run(static_cast<int>(args.size()), argv.data());
   shell.reset();
-  return status;
+  return stoppedBy ? 128 + stoppedBy : status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  lumerix::stopsignals::hold();  // before anything else: no stop may lose the timing
   return lumerix::runProgram(argc, argv, kSampleSubtitle, runBar);
 }

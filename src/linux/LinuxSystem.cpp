@@ -6,11 +6,13 @@
 #include <xcb/xcb.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "linux/Mpris.h"
 #include "util/Path.h"
@@ -25,12 +27,6 @@ struct FreeDeleter {
 };
 template <class T>
 using Reply = std::unique_ptr<T, FreeDeleter<T>>;
-
-xcb_atom_t atom(xcb_connection_t* c, const char* name) {
-  Reply<xcb_intern_atom_reply_t> r(
-      xcb_intern_atom_reply(c, xcb_intern_atom(c, 1, static_cast<uint16_t>(std::strlen(name)), name), nullptr));
-  return r ? r->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
-}
 
 // Asks the bus and the display; runs on LinuxSystem's own thread only, so
 // its connections need no lock. Each is made again when it breaks, at most
@@ -94,6 +90,7 @@ class Prober {
     }
     if (!x && std::getenv("DISPLAY") && now() - lastDisplayTry >= 1.0) {
       lastDisplayTry = now();
+      atoms.fill(XCB_ATOM_NONE);  // a new display server numbers them anew
       x = xcb_connect(nullptr, nullptr);
       if (xcb_connection_has_error(x)) {
         xcb_disconnect(x);
@@ -161,41 +158,67 @@ class Prober {
     xcb_connection_t* c = display();
     if (!c) return windows;  // no display: nothing is full screen
     const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
-    const xcb_atom_t clientList = atom(c, "_NET_CLIENT_LIST");
-    const xcb_atom_t wmPid = atom(c, "_NET_WM_PID");
-    const xcb_atom_t wmState = atom(c, "_NET_WM_STATE");
-    const xcb_atom_t fullscreenAtom = atom(c, "_NET_WM_STATE_FULLSCREEN");
+    // Asked twice a second: each wait for the display is a round trip, so
+    // names are asked once and the windows' questions all go out together.
+    internAtoms(c);
+    const auto [clientList, wmPid, wmState, fullscreenAtom] = atoms;
     Reply<xcb_get_property_reply_t> list(
         xcb_get_property_reply(c, xcb_get_property(c, 0, root, clientList, XCB_ATOM_WINDOW, 0, 4096), nullptr));
     if (!list) return std::nullopt;
     const auto* ids = static_cast<const xcb_window_t*>(xcb_get_property_value(list.get()));
     const int count = xcb_get_property_value_length(list.get()) / static_cast<int>(sizeof(xcb_window_t));
+    struct Questions {
+      xcb_get_property_cookie_t pid, state;
+      xcb_get_window_attributes_cookie_t attr;
+      xcb_get_geometry_cookie_t geo;
+    };
+    std::vector<Questions> asked;
+    asked.reserve(static_cast<std::size_t>(std::max(count, 0)));
     for (int i = 0; i < count; ++i) {
+      const xcb_window_t w = ids[i];
+      asked.push_back({xcb_get_property(c, 0, w, wmPid, XCB_ATOM_CARDINAL, 0, 1),
+                       xcb_get_property(c, 0, w, wmState, XCB_ATOM_ATOM, 0, 32), xcb_get_window_attributes(c, w),
+                       xcb_get_geometry(c, w)});
+    }
+    for (const Questions& q : asked) {
       // A window may vanish between the list and these questions: its
       // replies are then simply missing.
-      const xcb_window_t w = ids[i];
-      const auto pidCookie = xcb_get_property(c, 0, w, wmPid, XCB_ATOM_CARDINAL, 0, 1);
-      const auto attrCookie = xcb_get_window_attributes(c, w);
-      const auto geoCookie = xcb_get_geometry(c, w);
-      const auto stateCookie = xcb_get_property(c, 0, w, wmState, XCB_ATOM_ATOM, 0, 32);
-      Reply<xcb_get_property_reply_t> pid(xcb_get_property_reply(c, pidCookie, nullptr));
-      Reply<xcb_get_property_reply_t> state(xcb_get_property_reply(c, stateCookie, nullptr));
-      Reply<xcb_get_window_attributes_reply_t> attr(xcb_get_window_attributes_reply(c, attrCookie, nullptr));
-      Reply<xcb_get_geometry_reply_t> geo(xcb_get_geometry_reply(c, geoCookie, nullptr));
+      Reply<xcb_get_property_reply_t> pid(xcb_get_property_reply(c, q.pid, nullptr));
+      Reply<xcb_get_property_reply_t> state(xcb_get_property_reply(c, q.state, nullptr));
+      Reply<xcb_get_window_attributes_reply_t> attr(xcb_get_window_attributes_reply(c, q.attr, nullptr));
+      Reply<xcb_get_geometry_reply_t> geo(xcb_get_geometry_reply(c, q.geo, nullptr));
       if (!pid || xcb_get_property_value_length(pid.get()) < 4 || !attr || !geo) continue;
       if (attr->map_state != XCB_MAP_STATE_VIEWABLE) continue;
       const auto owner = *static_cast<const uint32_t*>(xcb_get_property_value(pid.get()));
       // The window manager's full-screen state: maximized is not full screen.
       bool full = false;
       if (state && fullscreenAtom != XCB_ATOM_NONE) {
-        const auto* atoms = static_cast<const xcb_atom_t*>(xcb_get_property_value(state.get()));
+        const auto* stateAtoms = static_cast<const xcb_atom_t*>(xcb_get_property_value(state.get()));
         const int n = xcb_get_property_value_length(state.get()) / static_cast<int>(sizeof(xcb_atom_t));
-        full = std::find(atoms, atoms + n, fullscreenAtom) != atoms + n;
+        full = std::find(stateAtoms, stateAtoms + n, fullscreenAtom) != stateAtoms + n;
       }
       windows.push_back(
           {static_cast<int>(owner), static_cast<double>(geo->width), static_cast<double>(geo->height), full});
     }
     return windows;
+  }
+
+  // The names' numbers, asked together; one the server does not know yet
+  // (no window manager has used it) is asked again next time.
+  void internAtoms(xcb_connection_t* c) {
+    static constexpr const char* kNames[] = {"_NET_CLIENT_LIST", "_NET_WM_PID", "_NET_WM_STATE",
+                                             "_NET_WM_STATE_FULLSCREEN"};
+    std::array<std::optional<xcb_intern_atom_cookie_t>, 4> cookies;
+    for (std::size_t i = 0; i < atoms.size(); ++i) {
+      if (atoms[i] == XCB_ATOM_NONE) {
+        cookies[i] = xcb_intern_atom(c, 1, static_cast<uint16_t>(std::strlen(kNames[i])), kNames[i]);
+      }
+    }
+    for (std::size_t i = 0; i < atoms.size(); ++i) {
+      if (!cookies[i]) continue;
+      Reply<xcb_intern_atom_reply_t> r(xcb_intern_atom_reply(c, *cookies[i], nullptr));
+      if (r) atoms[i] = r->atom;
+    }
   }
 
   std::vector<ScreenSize> screens() {
@@ -222,6 +245,8 @@ class Prober {
   double lastBusTry = -1e9;
   xcb_connection_t* x = nullptr;
   double lastDisplayTry = -1e9;
+  // _NET_CLIENT_LIST, _NET_WM_PID, _NET_WM_STATE, _NET_WM_STATE_FULLSCREEN
+  std::array<xcb_atom_t, 4> atoms{};
 };
 
 }  // namespace

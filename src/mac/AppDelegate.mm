@@ -1,6 +1,8 @@
 #import "mac/AppDelegate.h"
 
 #include <os/log.h>
+#include <signal.h>
+#include <stdlib.h>
 
 #include <iostream>
 
@@ -11,6 +13,7 @@
 #import "mac/MacDrawing.h"
 #include "mac/OverlayPanel.h"
 #include "ui/StatusIcon.h"
+#include "util/StopSignals.h"
 
 using namespace lumerix;
 
@@ -39,6 +42,7 @@ struct Shell {
 @implementation AppDelegate {
   std::unique_ptr<Shell> _shell;
   NSStatusItem* _statusItem;
+  NSMutableArray* _stopSources;
 }
 
 - (Controller*)controller {
@@ -53,14 +57,40 @@ struct Shell {
     AppDelegate* delegate = weakSelf;
     return delegate ? [delegate controller] : nullptr;
   };
+  // Stopped before the subtitle loads: nothing to save, nothing written.
+  if (const int signal = stopsignals::takePending()) exit(128 + signal);
   _shell = std::make_unique<Shell>(lookup, startupSubtitlePath(arguments));
   [self buildStatusItem];
   [self startTimers];
+  [self handleStopSignals];
   showGuideOnFirstLaunch(_shell->controller, *_shell->settings);
 }
 
 - (void)applicationWillTerminate:(NSNotification*)notification {
   if (_shell) _shell->controller.source().cancel();  // the quit paths cancelled it already; twice is harmless
+}
+
+// A stop signal quits as the quit keys do: the calibration is saved. The
+// sources see signals the process ignores; one that came while they were
+// held (the subtitle loading) is taken off and acted on here.
+- (void)handleStopSignals {
+  _stopSources = [NSMutableArray new];
+  __weak AppDelegate* weakSelf = self;
+  void (^stop)(void) = ^{
+    AppDelegate* delegate = weakSelf;
+    if (Controller* controller = delegate ? [delegate controller] : nullptr) controller->quit();
+  };
+  for (int s : stopsignals::kSignals) {
+    ::signal(s, SIG_IGN);
+    dispatch_source_t source =
+        dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(s), 0, dispatch_get_main_queue());
+    dispatch_source_set_event_handler(source, stop);
+    dispatch_resume(source);
+    [_stopSources addObject:source];
+  }
+  const bool came = stopsignals::takePending() != 0;
+  stopsignals::release();
+  if (came) dispatch_async(dispatch_get_main_queue(), stop);
 }
 
 // The tick keeps running while a menu is open or the bar is dragged, hence

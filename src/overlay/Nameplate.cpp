@@ -1,6 +1,7 @@
 #include "overlay/Nameplate.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 
 namespace lumerix {
@@ -42,14 +43,22 @@ std::optional<Placement> place(Canvas& c, const Rect& bounds, const TextLayer& l
   return Placement{tx, ty, {glyphs.x + tx, glyphs.y + ty, lw, lh}};
 }
 
+constexpr double kGlintWidth = 95;
+
+// Where the glint's gradient starts at this phase (it runs kGlintWidth to
+// the right and the glyph box's height down).
+double glintStart(const Rect& g, double p) {
+  return g.minX() - kGlintWidth + p * (g.width + 2 * kGlintWidth);
+}
+
 // Adds the glint; the clip is already the glyphs'.
 void glint(Canvas& c, const Rect& g, double phase) {
   const double p = phase / 0.45;
   if (!(p < 1)) return;
   c.setBlendMode(BlendMode::plusLighter);
-  const double sx = g.minX() - 95 + p * (g.width + 190);
+  const double sx = glintStart(g, p);
   c.drawLinearGradient({{0, RGBA::white(1, 0)}, {0.5, RGBA::white(1, 0.75)}, {1, RGBA::white(1, 0)}}, {sx, g.minY()},
-                       {sx + 95, g.maxY()});
+                       {sx + kGlintWidth, g.maxY()});
   c.setBlendMode(BlendMode::normal);
 }
 
@@ -142,6 +151,19 @@ std::optional<Rect> brandGlyphBox(Canvas& c, const Rect& bounds, const TextLayer
 
 bool brandGlintShows(double phase) {
   return phase / 0.45 < 1;
+}
+
+std::optional<Rect> brandGlintBand(const Rect& g, double phase) {
+  if (!brandGlintShows(phase)) return std::nullopt;
+  // The gradient runs along (w, h): it is lit where a point's projection on
+  // that vector falls inside it, which on any row is w + h²/w wide, slid
+  // left by up to h²/w from the top row to the bottom one.
+  const double sx = glintStart(g, phase / 0.45);
+  const double slide = g.height * g.height / kGlintWidth;
+  const double left = std::max(g.minX(), std::floor(sx - slide) - 1);
+  const double right = std::min(g.maxX(), std::ceil(sx + kGlintWidth + slide) + 1);
+  if (!(right > left)) return std::nullopt;
+  return Rect{left, g.y, right - left, g.height};
 }
 
 }  // namespace lumerix

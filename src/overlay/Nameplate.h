@@ -39,5 +39,9 @@ std::optional<Rect> brandGlyphBox(Canvas& canvas, const Rect& bounds, const Text
 // Whether the glint is on the plate at this phase; past the sweep every
 // frame looks like the plate alone.
 bool brandGlintShows(double phase);
+// The part of the glyph box the glint lights at this phase: a frame that
+// moves it need only redraw where it was and where it is. Absent past the
+// sweep, or when the glint is beside the glyphs.
+std::optional<Rect> brandGlintBand(const Rect& glyphBox, double phase);
 
 }  // namespace lumerix

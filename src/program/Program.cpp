@@ -22,6 +22,7 @@
 #include "subtitles/SRTParser.h"
 #include "util/Files.h"
 #include "util/Path.h"
+#include "util/StopSignals.h"
 #include "util/Unicode.h"
 
 namespace lumerix {
@@ -136,20 +137,23 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
     if (options.subtitle) subtitle = startupSubtitlePath({"lumerix", *options.subtitle});
   }
 
+  // Stopped before the subtitle loads: nothing to save, nothing written.
+  if (const int signal = stopsignals::takePending()) return 128 + signal;
+
   const double started = clock.uptime();
   ConsoleHost host(clock, out);
   ConsoleDialogs dialogs(clock, out, quit);
   player.conventions.texts.startHint = consoleStartHint(player.conventions.texts.startHint);
   Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle, player.conventions,
                         options.demo ? std::nullopt : options.second);
-  // Only now is there a calibration to save on the way out; until here
-  // (a huge file loading, say) a stop signal simply stops us.
+  // Only now is there a calibration to save on the way out; a stop signal
+  // that came while the subtitle loaded was held for this moment.
   stopFlag = &quit;
   struct sigaction action {};
   action.sa_handler = onStopSignal;
   sigemptyset(&action.sa_mask);
-  ::sigaction(SIGINT, &action, nullptr);
-  ::sigaction(SIGTERM, &action, nullptr);
+  for (int s : stopsignals::kSignals) ::sigaction(s, &action, nullptr);
+  stopsignals::release();
 
   using namespace std::chrono;
   const auto period = duration_cast<steady_clock::duration>(duration<double>(Controller::tickInterval));
@@ -189,6 +193,8 @@ int runProgram(int argc, char** argv, std::string_view demoSample,
                const std::function<int(const CommandLine&)>& showBar) {
   std::ios::sync_with_stdio(false);
   const CommandLine cl = parseCommandLine({argv + 1, argv + argc});
+  // Only a running bar has timing to save: the rest stop as any tool does.
+  if (cl.mode != CommandLine::Mode::run) stopsignals::release();
   switch (cl.mode) {
     case CommandLine::Mode::help:
       std::cout << helpText(static_cast<bool>(showBar), platform::linuxPlayers());

@@ -70,9 +70,10 @@ struct HeadlessOptions {
   std::string_view demoSample;  // the bundled sample subtitle's text, for the demo
 };
 
-// Runs the controller at 20 ticks a second until SIGINT or SIGTERM (or a
-// quit key), then leaves as quitting does: calibration saved, sources
-// stopped. Returns the exit status.
+// Runs the controller at 20 ticks a second until SIGTERM, SIGINT or SIGHUP
+// (or a quit key), then leaves as quitting does: calibration saved, sources
+// stopped. Returns the exit status: 0, or 128 + the signal when one came
+// before the subtitle loaded (the caller held them: stopsignals::hold).
 int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream& err);
 
 // What `lumerix` does with its command line, whichever shell is built:

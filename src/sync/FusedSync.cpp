@@ -43,13 +43,22 @@ bool FusedSync::detectFullscreen() {
   return isFullscreen(pids, system.onScreenWindows(), system.screenSizes());
 }
 
-void FusedSync::snapshotInto(SyncSnapshot& into) {
+void FusedSync::refreshFullscreen() {
   // The window list is the costly part: ask at most twice a second.
   const double now = system.uptime();
   if (now - lastFSCheck >= 0.5) {
     lastFSCheck = now;
     lastFS = detectFullscreen();
   }
+}
+
+bool FusedSync::fullscreen() {
+  refreshFullscreen();
+  return lastFS;
+}
+
+void FusedSync::snapshotInto(SyncSnapshot& into) {
+  if (!pollerLeadsInFullscreen) refreshFullscreen();
   tv->snapshotInto(t);
   mr->snapshotInto(m);
 

@@ -36,10 +36,15 @@ class FusedSync : public SyncSource {
 
   // Poller position minus stream position, smoothed; absent until learnt.
   std::optional<double> bias() const { return mrBias; }
-  bool fullscreen() const { return lastFS; }
+  // Whether the player is in full screen, asked at most twice a second.
+  // Where the poller leads in full screen the fusion needs no answer, and
+  // the window list (round trips to the bus and the display) is asked for
+  // only when someone calls this.
+  bool fullscreen();
 
  private:
   bool detectFullscreen();
+  void refreshFullscreen();
 
   System& system;
   const std::unique_ptr<SyncSource> tv;

@@ -182,6 +182,7 @@ void Subprocess::waitForExit() {
   }
   exited_ = true;
   status_ = WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+  signalled_ = WIFSIGNALED(status);
   lock.unlock();
   const char byte = 1;
   while (::write(exitWrite_, &byte, 1) < 0 && errno == EINTR) {
@@ -210,6 +211,11 @@ bool Subprocess::exited() const {
 int Subprocess::exitStatus() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return status_;
+}
+
+bool Subprocess::killedBySignal() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return signalled_;
 }
 
 void Subprocess::signalGroup(int sig) {

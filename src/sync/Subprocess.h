@@ -41,6 +41,8 @@ class Subprocess {
   bool exited() const;
   // The exit status once exited (128 + signal number when killed); -1 before.
   int exitStatus() const;
+  // Whether a signal ended it (rather than its own exit, whatever the status).
+  bool killedBySignal() const;
   // SIGTERM to the child's group, unless the child has already been reaped.
   // Any thread.
   void terminate();
@@ -84,6 +86,7 @@ class Subprocess {
   mutable std::mutex mutex_;  // guards exited_, status_ and killAt_; makes signalling and reaping exclusive
   bool exited_ = false;
   int status_ = -1;
+  bool signalled_ = false;
   std::optional<TimePoint> killAt_;  // when a requested stop turns into SIGKILL
 };
 

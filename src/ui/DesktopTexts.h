@@ -14,7 +14,7 @@ namespace desktop {
 inline constexpr std::string_view noCompositor =
     "No compositor running: the bar cannot be see-through here — press t for the black band";
 inline constexpr std::string_view gnomeWayland =
-    "GNOME on Wayland: if a full-screen player hides the bar, play windowed or log in with “GNOME on Xorg”";
+    "GNOME on Wayland: if full screen hides the bar, play windowed or log in to “GNOME on Xorg”";
 // Another Wayland desktop, where this build found no layer shell to float in.
 inline constexpr std::string_view noLayerShell =
     "No layer shell on this desktop: if a full-screen player hides the bar, play windowed";

@@ -70,7 +70,9 @@ std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style) {
   };
   std::vector<MenuItem> out;
   for (MenuItem& item : menu) {
-    if (item.action == A::checkUpdates) continue;
+    // The package updates the program, and players share their position
+    // with no permission asked: neither command has anything to do there.
+    if (item.action == A::checkUpdates || item.action == A::grantPermission) continue;
     useBarKey(item);
     for (MenuItem& sub : item.submenu) useBarKey(sub);
     out.push_back(std::move(item));

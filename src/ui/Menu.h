@@ -40,7 +40,8 @@ struct UiTexts;
 
 // How a platform's menu shows its keys. The macOS menu has Command
 // shortcuts of its own; the Linux menu names the bar's own plain keys (the
-// bar has no others) and has no update command: the package updates it.
+// bar has no others) and has neither an update command (the package
+// updates it) nor a permission command (there is nothing to grant).
 enum class MenuStyle { commandShortcuts, barKeys };
 
 // The status item's menu, top to bottom, in a platform's words; built once,

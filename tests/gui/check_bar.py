@@ -22,14 +22,14 @@ nothing, so a stacking fault fails the check. Checks, in order:
    Two subtitles over it: both lines read back, each at its own time, and
    "s" hands the timing keys to the second alone.
 3. openbox without a compositor: the status line says the bar cannot be
-   see-through.
+   see-through; SIGHUP (a closed terminal) quits cleanly, timing saved.
 4. mutter (--x11 --replace) over a full-screen mpv: on top, readable, keys.
 5. A screen that shrinks (Xephyr nested in the display, resized by xrandr
    as a monitor change would): the bar comes back onto it, whole.
 """
 import argparse, difflib, json, os, re, signal, subprocess, sys, time
 
-from gui_common import FAILURES, check, wait_for
+from gui_common import FAILURES, check, poll, wait_for
 
 
 def sh(*cmd, check=True):
@@ -95,7 +95,8 @@ class Bar:
         x, y, w, h = self.geometry()
         sh("xdotool", "mousemove", str(x + (w // 2 if dx is None else dx)), str(y + (h // 2 if dy is None else dy)),
            "click", "1")
-        time.sleep(0.3)
+        # Keys typed next must reach the bar: wait until it has them.
+        poll(lambda: sh("xdotool", "getwindowfocus", check=False).strip() == self.wid, 10)
 
     def drag(self, fx, fy, dx, dy):
         x, y, _, _ = self.geometry()
@@ -106,8 +107,8 @@ class Bar:
         sh("xdotool", "mouseup", "1")
         time.sleep(0.3)
 
-    def stop(self):
-        self.proc.send_signal(signal.SIGTERM)
+    def stop(self, how=signal.SIGTERM):
+        self.proc.send_signal(how)
         try:
             return self.proc.wait(10)
         except subprocess.TimeoutExpired:
@@ -134,25 +135,25 @@ def status_says(screen, shot, bar, words, threshold="65%"):
     return says(words, seen), seen
 
 
-def status_reads(screen, bar, words, tries=4, threshold="65%"):
-    """The status line, read until it says the words (the hint stays 3 s)."""
+def status_reads(screen, bar, words, timeout=10, threshold="65%"):
+    """The status line, read until it says the words (a hint stays 3 s)."""
     seen = ""
-    for _ in range(tries):
+
+    def says_it():
+        nonlocal seen
         ok, seen = status_says(screen, screen.shot(), bar, words, threshold)
-        if ok:
-            return True, seen
-        time.sleep(0.2)
-    return False, seen
+        return ok
+    return poll(says_it, timeout), seen
 
 
-def reads_cue(screen, bar, pattern, tries=6):
+def reads_cue(screen, bar, pattern, timeout=15):
     seen = ""
-    for _ in range(tries):
+
+    def reads():
+        nonlocal seen
         seen = screen.read(screen.shot(), bar.text_box())
-        if re.search(pattern, seen, re.I):
-            return True, seen
-        time.sleep(0.3)
-    return False, seen
+        return re.search(pattern, seen, re.I) is not None
+    return poll(reads, timeout), seen
 
 
 def stacking():
@@ -190,7 +191,7 @@ def stacking_checks(args):
     title = sh("xdotool", "getwindowname", guide, check=False).strip()
     check(title == "Lumerix", "the guide has a title for the task switcher", repr(title))
     sh("xdotool", "windowactivate", mpv_wid)
-    time.sleep(1)
+    poll(lambda: above(bar.wid, mpv_wid) and above(guide, bar.wid), 10)
     check(above(bar.wid, mpv_wid) and above(guide, bar.wid),
           "a window raised over the bar and the guide: the bar comes back on top, the guide above it",
           f"stacking {stacking()}")
@@ -229,7 +230,7 @@ def demo_checks(args, screen):
         time.sleep(0.25)
     bar.click()
     key("t")
-    band_status = screen.shot()
+    band_ok, band_seen = status_reads(screen, bar, "Background: black band")
     # "Each line appears when / the player reaches its time." from 4.0 s to 6.5 s.
     wait_for(lambda: time.monotonic() - started > 4.3, 10, "the second cue")
     second = []
@@ -238,8 +239,7 @@ def demo_checks(args, screen):
         time.sleep(0.3)
     texts = [screen.read(s, bar.text_box()) for s in first]
     check(any("listening" in t.lower() for t in texts), "demo: the first cue reads back", " | ".join(texts))
-    ok, seen = status_says(screen, band_status, bar, "Background: black band")
-    check(ok, "a click gives the bar the keys: t switches to the band", seen)
+    check(band_ok, "a click gives the bar the keys: t switches to the band", band_seen)
     texts = [screen.read(s, bar.text_box()) for s in second]
     check(any(re.search(r"appears\s+when", t, re.I) for t in texts), "band mode: the cue reads back", " | ".join(texts))
     key("Left")
@@ -301,15 +301,20 @@ def over_fullscreen(args, screen, env, wm):
     mpv, mpv_wid = start_mpv(args)
     wait_for(lambda: fullscreen(mpv_wid), 10, "mpv to go full screen")
     bar = Bar(args.lumerix, ["--player", "mpv", os.path.join(args.work, "clip.srt")], env)
-    time.sleep(2.5)
     ok, seen = reads_cue(screen, bar, r"Line \d+ of the show")
     check(ok, f"{wm}: the bar is above full-screen mpv and its cue reads back", seen)
     bar.click()
     key("Left")
     # The hint over a dark picture reads less well; the side file says exactly.
     ok, seen = status_reads(screen, bar, "Timing")
-    with open(side) as f:
-        offset = json.load(f).get("offset")
+
+    def saved_offset():
+        try:
+            with open(side) as f:
+                return json.load(f).get("offset")
+        except (OSError, ValueError):
+            return None  # not written yet, or half a file: a failure below, with what was seen
+    offset = poll(saved_offset, 10)
     check(ok and offset == -0.5, f"{wm}: a click gives the bar the keys over full screen (Left)", f"{seen}; {offset}")
     check(fullscreen(mpv_wid), f"{wm}: mpv stays full screen")
     return mpv, mpv_wid, bar
@@ -319,7 +324,7 @@ def openbox_checks(args, screen, env, settings):
     mpv, mpv_wid, bar = over_fullscreen(args, screen, env, "openbox")
     # A click elsewhere hands the keys back to the player.
     sh("xdotool", "mousemove", "640", "200", "click", "1")
-    time.sleep(0.4)
+    poll(lambda: sh("xdotool", "getwindowfocus").strip() == mpv_wid, 10)
     check(sh("xdotool", "getwindowfocus").strip() == mpv_wid, "openbox: a click on mpv gives it the keys back")
 
     x, y, w, h = bar.geometry()
@@ -333,7 +338,7 @@ def openbox_checks(args, screen, env, settings):
         saved = json.load(f).get("LumerixPanel", "")
     check(bool(saved), "the frame is saved", saved)
     bar = Bar(args.lumerix, ["--player", "mpv", os.path.join(args.work, "clip.srt")], env)
-    time.sleep(0.5)
+    poll(lambda: bar.geometry() == moved, 10)
     check(bar.geometry() == moved, "the frame comes back after a restart", f"{bar.geometry()} vs {moved}")
 
     # A second launch hands its file to the running bar and leaves.
@@ -341,9 +346,14 @@ def openbox_checks(args, screen, env, settings):
                             timeout=30)
     check(second.returncode == 0 and Bar.windows() == [bar.wid], "a second launch opens no second bar",
           f"status {second.returncode}, bars {Bar.windows()}")
-    time.sleep(1.5)
-    shot = screen.shot()
-    lit, seen = screen.bright_pixels(shot, bar.text_box()), screen.read(shot, bar.text_box())
+    lit, seen = 0, ""
+
+    def chinese_shown():
+        nonlocal lit, seen
+        shot = screen.shot()
+        lit, seen = screen.bright_pixels(shot, bar.text_box()), screen.read(shot, bar.text_box())
+        return lit > 400 and "Line" not in seen
+    poll(chinese_shown, 15)
     check(lit > 400 and "Line" not in seen, "the running bar shows the GB 18030 Chinese cue it was handed",
           f"{lit:.0f} bright pixels; read {seen!r}")
     bar.stop()
@@ -408,10 +418,14 @@ def no_compositor_checks(args, screen, env, compositor):
     compositor.wait(10)
     time.sleep(0.5)
     bar = Bar(args.lumerix, [os.path.join(args.work, "clip.srt")], env)
-    time.sleep(3.4)  # after the start hint
-    ok, seen = status_reads(screen, bar, "No compositor running", threshold=None)
+    # It follows the start hint, which stays 3 s.
+    ok, seen = status_reads(screen, bar, "No compositor running", timeout=20, threshold=None)
     check(ok, "without a compositor the status line says so", seen)
-    bar.stop()
+    # A closed terminal or a logout: as SIGTERM, the timing saved.
+    side = os.path.join(args.work, "clip.srt.sync.json")
+    if os.path.exists(side):
+        os.remove(side)
+    check(bar.stop(signal.SIGHUP) == 0 and os.path.exists(side), "quits cleanly on SIGHUP, saving the timing")
 
 
 def shrink_checks(args, env):
@@ -427,18 +441,16 @@ def shrink_checks(args, env):
     os.environ["DISPLAY"] = display  # for xdotool and xrandr
     wm = subprocess.Popen(["openbox"], env=nested, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
-        time.sleep(1)
+        wait_for(lambda: "_NET_SUPPORTING_WM_CHECK(WINDOW)" in sh("xprop", "-root", "_NET_SUPPORTING_WM_CHECK",
+                                                                  check=False), 20, "openbox in Xephyr")
         bar = Bar(args.lumerix, ["--demo"], nested)
-        time.sleep(0.5)
         for width, height in ((800, 600), (640, 480)):
             sh("xrandr", "-s", f"{width}x{height}", check=False)
 
             def inside():
                 x, y, w, h = bar.geometry()
                 return x >= 0 and y >= 0 and x + w <= width and y + h <= height
-            end = time.monotonic() + 3
-            while not inside() and time.monotonic() < end:
-                time.sleep(0.1)
+            poll(inside, 15)
             check(inside(), f"the screen shrinks to {width}x{height}: the bar comes back onto it, whole",
                   str(bar.geometry()))
         bar.stop()
@@ -459,7 +471,9 @@ def main():
 
     openbox = subprocess.Popen(["openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     compositor = subprocess.Popen(["xcompmgr"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    time.sleep(1)
+    wait_for(lambda: "_NET_SUPPORTING_WM_CHECK(WINDOW)" in sh("xprop", "-root", "_NET_SUPPORTING_WM_CHECK",
+                                                              check=False), 20, "openbox")
+    time.sleep(1)  # xcompmgr shows no sign of being ready; it takes a moment to take the screen over
     try:
         stacking_checks(args)
         demo_checks(args, screen)
@@ -476,7 +490,6 @@ def main():
     try:
         wait_for(lambda: "_NET_SUPPORTING_WM_CHECK(WINDOW)" in sh("xprop", "-root", "_NET_SUPPORTING_WM_CHECK",
                                                                   check=False), 20, "mutter")
-        time.sleep(1)
         mpv, _, bar = over_fullscreen(args, screen, env, "mutter")
         bar.stop()
         mpv.terminate()

@@ -19,7 +19,7 @@ gi.require_version("Gio", "2.0")
 from gi.repository import Gio, GLib
 
 import gui_common
-from gui_common import check, mpris, stop_lumerix, verdict, wait_for, wayland_mpv
+from gui_common import check, mpris, poll, stop_lumerix, verdict, wait_for, wayland_mpv
 
 BTN_LEFT = 0x110
 KEY_SHIFT_L, KEY_LEFT = 0xFFE1, 0xFF51
@@ -117,8 +117,13 @@ def main():
     lumerix = subprocess.Popen([args.lumerix, "--player", "mpv", os.path.join(args.work, "clip.srt")],
                                stderr=open(os.path.join(args.work, "lumerix.err"), "w"))
     box = wait_for(lambda: bar_geometry(lumerix.pid), 15, "the bar's window under XWayland")
-    time.sleep(3)
-    seen = read(mutter.shot(os.path.join(args.work, "over.png")))
+    seen = ""
+
+    def reads():
+        nonlocal seen
+        seen = read(mutter.shot(os.path.join(args.work, "over.png")))
+        return "GNOME line" in seen
+    poll(reads, 30)
     check("GNOME line" in seen, "the cue reads above the full-screen native-Wayland mpv", seen)
 
     # Until the bar is clicked the keys are the player's: this is what shows
@@ -133,11 +138,14 @@ def main():
     before = mpris(bus, "Position") / 1e6
     mutter.click(x + w / 2, y + h / 2)
     mutter.key(KEY_LEFT)
-    time.sleep(0.5)
-    offset = None
-    if os.path.exists(side):
-        with open(side) as f:
-            offset = json.load(f).get("offset")
+
+    def saved_offset():
+        try:
+            with open(side) as f:
+                return json.load(f).get("offset")
+        except (OSError, ValueError):
+            return None  # not written yet: the check below says so
+    offset = poll(saved_offset, 10)
     after = mpris(bus, "Position") / 1e6
     check(offset == -0.5, "a real click gives the bar the keys (Left shifts the timing)", f"offset {offset}")
     check(after >= before, "the key does not reach mpv (no seek back)", f"{before:.2f} s, then {after:.2f} s")

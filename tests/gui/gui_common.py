@@ -24,6 +24,18 @@ def wait_for(cond, timeout, what):
     sys.exit(f"{LABEL or 'gui: '}timed out waiting for {what}")
 
 
+def poll(cond, timeout):
+    """cond's first true value, or its last when timeout passes: for a check
+    that waits for what it looks at (the timeout is for failure, not a
+    timing) and then judges it, rather than ending the run."""
+    end = time.monotonic() + timeout
+    while True:
+        value = cond()
+        if value or time.monotonic() >= end:
+            return value
+        time.sleep(0.1)
+
+
 def verdict():
     if FAILURES:
         print(f"{LABEL}{len(FAILURES)} checks failed")

@@ -25,7 +25,7 @@ unset DISPLAY WAYLAND_DISPLAY
 # PipeWire carries the screen cast; mutter exits with its child, the checks.
 dbus-run-session -- bash -c '
   pipewire >"$2/pipewire.log" 2>&1 &
-  sleep 1
+  for _ in $(seq 300); do [[ -S $XDG_RUNTIME_DIR/pipewire-0 ]] && break; sleep 0.1; done
   wireplumber >"$2/wireplumber.log" 2>&1 &
   sleep 1
   # Mutter does not always exit with its child: the child leaves its status

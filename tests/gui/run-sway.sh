@@ -34,6 +34,14 @@ dbus-run-session -- bash -s "$build" "$work" <<'INNER' 2> >(grep -v 'fd limit' >
 set -uo pipefail
 build=$1 work=$2
 fails=0
+# eventually SECONDS COMMAND...: COMMAND until it succeeds; false after
+# SECONDS, a bound for a run that never gets there, not a timing.
+eventually() {
+  local bound=$1
+  shift
+  for _ in $(seq $((bound * 2))); do "$@" && return 0; sleep 0.5; done
+  return 1
+}
 check() {  # check DESCRIPTION COMMAND...
   local what=$1
   shift
@@ -41,21 +49,24 @@ check() {  # check DESCRIPTION COMMAND...
 }
 sway -c "$work/sway.conf" >"$work/sway.log" 2>&1 &
 sway=$!
-for _ in $(seq 100); do [[ -S $XDG_RUNTIME_DIR/wayland-1 ]] && break; sleep 0.1; done
+for _ in $(seq 300); do [[ -S $XDG_RUNTIME_DIR/wayland-1 ]] && break; sleep 0.1; done
 export WAYLAND_DISPLAY=wayland-1 SWAYSOCK=$(ls "$XDG_RUNTIME_DIR"/sway-ipc.*.sock)
 tree() { swaymsg -t get_tree; }
 fullscreen_mpv() { tree | tr -d ' \n' | grep -q '"fullscreen_mode":1,[^{}]*"app_id":"mpv"\|"app_id":"mpv"[^{}]*"fullscreen_mode":1'; }
 # mpv would draw clip.srt itself (same name as the clip): the line read must be Lumerix's.
 mpv --no-config --script=/usr/lib/mpv-mpris/mpris.so --ao=null --vo=wlshm --fs --no-terminal --sub-auto=no "$work/clip.mp4" &
 mpv=$!
-for _ in $(seq 100); do fullscreen_mpv && break; sleep 0.1; done
+for _ in $(seq 300); do fullscreen_mpv && break; sleep 0.1; done
 "$build/lumerix" --player mpv --second "$work/second.srt" "$work/clip.srt" >"$work/lumerix.out" 2>"$work/lumerix.err" &
 lumerix=$!
-sleep 5
-grim "$work/shot.png"
-seen=$(tesseract "$work/shot.png" - 2>/dev/null | tr '\n' ' ')
-check "the cue reads above the full-screen mpv" grep -q "Layer shell line" <<<"$seen"
-check "the second subtitle's line reads under it" grep -qE "Layer shell line [0-9]+ +Second row [0-9]+" <<<"$seen"
+seen=""
+cue_on_screen() {
+  grim "$work/shot.png" && seen=$(tesseract "$work/shot.png" - 2>/dev/null | tr '\n' ' ') &&
+    grep -q "Layer shell line" <<<"$seen"
+}
+both_on_screen() { cue_on_screen && grep -qE "Layer shell line [0-9]+ +Second row [0-9]+" <<<"$seen"; }
+check "the cue reads above the full-screen mpv" eventually 30 cue_on_screen
+check "the second subtitle's line reads under it" eventually 30 both_on_screen
 check "mpv stays full screen" fullscreen_mpv
 check "the bar is a layer surface, not a window sway manages" bash -c "! swaymsg -t get_tree | grep -q '\"name\": \"Lumerix\"'"
 kill "$lumerix"
@@ -69,12 +80,13 @@ swaymsg output HEADLESS-1 resolution 2600x800 >/dev/null
 kill "$mpv"
 WLR_BACKENDS=wayland sway -c "$work/sway.conf" >"$work/nested.log" 2>&1 &
 nested=$!
-for _ in $(seq 100); do [[ -S $XDG_RUNTIME_DIR/wayland-2 ]] && break; sleep 0.1; done
-sleep 1  # its IPC socket comes after its display's
+for _ in $(seq 300); do [[ -S $XDG_RUNTIME_DIR/wayland-2 ]] && break; sleep 0.1; done
 outer=$SWAYSOCK
+# Its IPC socket comes after its display's.
+eventually 30 bash -c "ls '$XDG_RUNTIME_DIR'/sway-ipc.*.sock | grep -qvx '$outer'"
 export WAYLAND_DISPLAY=wayland-2 SWAYSOCK=$(ls "$XDG_RUNTIME_DIR"/sway-ipc.*.sock | grep -vx "$outer")
 swaymsg create_output >/dev/null
-sleep 1
+eventually 30 bash -c '[[ $(swaymsg -t get_outputs | grep -c "\"name\": \"WL-") -ge 2 ]]'
 second=$(swaymsg -t get_outputs | grep -o '"name": "WL-[0-9]*"' | tail -1 | grep -o 'WL-[0-9]*')
 first=$(swaymsg -t get_outputs | grep -o '"name": "WL-[0-9]*"' | head -1 | grep -o 'WL-[0-9]*')
 reads() {  # reads OUTPUT: the cue shows on that output
@@ -85,20 +97,18 @@ absent() { ! reads "$1"; }
 mpv --no-config --script=/usr/lib/mpv-mpris/mpris.so --ao=null --vo=null --no-terminal --sub-auto=no \
   "$work/clip.mp4" &
 mpv=$!
-sleep 2
+gdbus wait --session --timeout 30 org.mpris.MediaPlayer2.mpv
 # A place saved on the second monitor: the bar starts on that monitor,
 # placed from its corner (not the first monitor's).
 printf '{"DidOnboard": true, "LumerixPanel": "1600 100 600 120"}' >"$work/config/lumerix/settings.json"
 "$build/lumerix" --player mpv "$work/clip.srt" >>"$work/lumerix.out" 2>>"$work/lumerix.err" &
 lumerix=$!
-sleep 4
-check "a bar saved on the second monitor starts there" reads "$second"
+check "a bar saved on the second monitor starts there" eventually 30 reads "$second"
 check "and not on the first" absent "$first"
 # That monitor goes away: the compositor closes the bar's surface, and the
 # bar comes back on the monitor that remains.
 SWAYSOCK=$outer swaymsg "[title=\"wlroots - $second\"] kill" >/dev/null
-sleep 3
-check "the bar comes back on the monitor that remains when its own goes away" reads "$first"
+check "the bar comes back on the monitor that remains when its own goes away" eventually 30 reads "$first"
 check "the bar lives on when its monitor goes away" kill -0 "$lumerix"
 kill "$lumerix"
 wait "$lumerix"

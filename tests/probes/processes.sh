@@ -10,6 +10,14 @@ work=$(mktemp -d)
 trap 'kill -9 $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
 children() { pgrep -P "$1" -d ' ' || true; }
+# until SECONDS COMMAND...: polls until COMMAND succeeds; fails after SECONDS,
+# a bound for a run that never gets there, not a timing.
+until_true() {
+  local bound=$1; shift
+  for _ in $(seq $((bound * 20))); do "$@" && return 0; sleep 0.05; done
+  return 1
+}
+export -f until_true
 
 echo "-- a helper that ignores SIGTERM does not keep Lumerix from quitting"
 mkdir "$work/bin"
@@ -22,10 +30,9 @@ SH
 chmod +x "$work/bin/lumerix-mpris"
 XDG_CONFIG_HOME=$work/config "$work/bin/lumerix" --headless >/dev/null 2>&1 &
 lumerix=$!
-sleep 1.5
+until_true 60 pgrep -P "$lumerix" -f "$work/bin/lumerix-mpris" >/dev/null || fail "no helper started"
 kill -TERM "$lumerix"
-for _ in $(seq 50); do kill -0 "$lumerix" 2>/dev/null || break; sleep 0.1; done
-kill -0 "$lumerix" 2>/dev/null && fail "Lumerix still running 5 s after SIGTERM"
+until_true 30 eval '! kill -0 "$lumerix" 2>/dev/null' || fail "Lumerix still running 30 s after SIGTERM"
 wait "$lumerix" || fail "Lumerix exited with status $? after SIGTERM"
 pgrep -f "$work/bin/lumerix-mpris" >/dev/null && fail "the stubborn helper outlived Lumerix"
 
@@ -34,11 +41,12 @@ for mode in stream serve; do
   dbus-run-session -- bash -c 2>"$work/bus.log" '
     XDG_CONFIG_HOME='"$work"'/config '"$build"'/lumerix --headless >/dev/null 2>&1 &
     lumerix=$!
-    for _ in $(seq 50); do helper=$(pgrep -P $lumerix -f "lumerix-mpris '"$mode"'" || true); [[ -n $helper ]] && break; sleep 0.1; done
-    [[ -n $helper ]] || { echo "FAIL: no '"$mode"' helper started" >&2; exit 1; }
+    until_true 60 pgrep -P $lumerix -f "lumerix-mpris '"$mode"'" >/dev/null ||
+      { echo "FAIL: no '"$mode"' helper started" >&2; exit 1; }
+    helper=$(pgrep -P $lumerix -f "lumerix-mpris '"$mode"'")
     kill -KILL $lumerix
-    for _ in $(seq 30); do kill -0 $helper 2>/dev/null || exit 0; sleep 0.1; done
-    echo "FAIL: lumerix-mpris '"$mode"' still running 3 s after Lumerix was killed" >&2
+    until_true 30 eval "! kill -0 $helper 2>/dev/null" && exit 0
+    echo "FAIL: lumerix-mpris '"$mode"' still running 30 s after Lumerix was killed" >&2
     exit 1
   ' || { grep FAIL "$work/bus.log" >&2; exit 1; }
 done
@@ -46,6 +54,8 @@ echo "-- one poll helper for the whole run"
 dbus-run-session -- bash -c 2>"$work/bus.log" '
   XDG_CONFIG_HOME='"$work"'/config '"$build"'/lumerix --headless >/dev/null 2>&1 &
   lumerix=$!
+  until_true 60 pgrep -P $lumerix -f "lumerix-mpris serve" >/dev/null ||
+    { echo "FAIL: no poll helper started" >&2; exit 1; }
   seen=""
   for _ in $(seq 30); do seen="$seen $(pgrep -P $lumerix -f "lumerix-mpris serve" || true)"; sleep 0.1; done
   kill -TERM $lumerix; wait $lumerix

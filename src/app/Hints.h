@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sync/SourceTexts.h"
+#include "ui/Texts.h"
+
+// The hints the controller puts on the status line, in words of their own
+// here so that every one of them can be listed and measured.
+namespace lumerix::hints {
+
+std::string failedToLoad(std::string_view why);
+// offset and scale: the timing restored from the side file.
+std::string loaded(std::string_view name, std::size_t cues, double offset, double scale);
+std::string noSubtitleFor(std::string_view track);
+std::string folderSet(std::string_view folderName);
+std::string timingOffset(double offset);
+std::string rate(double scale);
+std::string frameRateRatio(std::string_view label);
+std::string opacity(std::string_view label);
+std::string fontSize(std::string_view label);
+std::string markedFirstPoint(std::string_view time);
+std::string rateLooksWrong(double rate);
+std::string calibrated(double rate, double offset);
+
+// Every status text and hint a platform's bar shows, with names and
+// numbers as they usually come (a file name of a common length, the
+// longest numbers a hint takes). notes: what the shell says about its
+// desktop at start.
+std::vector<std::string> everyStatusText(const UiTexts& ui, const SourceTexts& sources,
+                                         const std::vector<std::string_view>& notes);
+
+}  // namespace lumerix::hints
