@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "app/Conventions.h"
+#include "app/GlobalActions.h"
 #include "platform/Clock.h"
 #include "platform/Dialogs.h"
 #include "platform/OverlayHost.h"
@@ -93,6 +94,7 @@ class Controller {
     bool lastPermissionIssue = false;
     bool permissionAlertOpen = false;  // the alert's modal loop runs ticks too
     bool debugLog = false;
+    bool barHidden = false;  // by the h key, until it is pressed again
   };
 
   struct ScalePreset {
@@ -142,6 +144,16 @@ class Controller {
   void markPoint(int n) noexcept;
   void saveCalibration() noexcept;
   void quit() noexcept;
+
+  // Keys that work while another program has the keyboard, and --do.
+  // runAction: false for a name that is no action.
+  bool runAction(std::string_view name) noexcept;
+  void toggleBar() noexcept;
+  GlobalKeySettings globalKeySettings() const noexcept;
+  void setGlobalShortcuts(bool on) noexcept;  // the shell then grabs or lets go
+  void setGlobalChord(Chord chord) noexcept;
+  // The shell's grabs that another program holds already: said once.
+  void shortcutsRefused(const std::vector<const GlobalAction*>& refused, Chord chord) noexcept;
 
   void loadSubtitle(const std::string& path) noexcept;
   void maybeAutoPick(const std::string& track) noexcept;

@@ -58,8 +58,10 @@ class OverlayWindow : public OverlayHost {
   Size measureText(const TextLayer& layer, Size bounds) override { return text.measure(layer, bounds); }
   void setBandFrame(const Rect& frame) override;
   void setBandHidden(bool hidden) override;
+  void setPanelHidden(bool hidden) override;
 
  private:
+  bool userHidden = false;  // by the h key: stays out of sight until asked back
   struct Drag {
     bool active = false;
     unsigned edges = 0;  // none: moving

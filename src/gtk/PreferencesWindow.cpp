@@ -1,5 +1,7 @@
 #include "gtk/PreferencesWindow.h"
 
+#include <algorithm>
+
 #include "linux/Autostart.h"
 #include "ui/Preferences.h"
 
@@ -27,7 +29,7 @@ Gtk::Scale& PreferencesWindow::slider(Gtk::Scale& s, double minimum, double maxi
   return s;
 }
 
-PreferencesWindow::PreferencesWindow(Controller& c)
+PreferencesWindow::PreferencesWindow(Controller& c, GlobalKeys* keys)
     : controller(c),
       font(Gtk::ORIENTATION_HORIZONTAL),
       stroke(Gtk::ORIENTATION_HORIZONTAL),
@@ -35,9 +37,13 @@ PreferencesWindow::PreferencesWindow(Controller& c)
       folder(static_cast<int>(prefs::folderLabelMaxWidth)),
       choose(str(prefs::chooseTitle)),
       folderRow(Gtk::ORIENTATION_HORIZONTAL, 8),
-      startAtLogin(str(prefs::startAtLoginTitle)) {
-  // One row more than macOS has: start at login.
-  const int height = static_cast<int>(prefs::windowHeight + prefs::rowSpacing + 24);
+      startAtLogin(str(prefs::startAtLoginTitle)),
+      globalKeys(keys),
+      keysRow(Gtk::ORIENTATION_HORIZONTAL, 8),
+      everywhere(str(globalKeysCheckTitle)),
+      keysLine(static_cast<int>(prefs::windowWidth - 40)) {
+  // Rows more than macOS has: start at login. Then the shortcuts' two.
+  const int height = static_cast<int>(prefs::windowHeight + 3 * (prefs::rowSpacing + 24));
   set_title(str(prefs::windowTitle));
   set_default_size(static_cast<int>(prefs::windowWidth), height);
   set_size_request(static_cast<int>(prefs::windowWidth), height);
@@ -82,6 +88,15 @@ PreferencesWindow::PreferencesWindow(Controller& c)
   folderRow.pack_start(choose, Gtk::PACK_SHRINK);
   grid.attach(folderRow, 1, row++, 2, 1);
   grid.attach(startAtLogin, 1, row++, 2, 1);
+  title(globalKeysTitle);
+  for (Chord each : chordChoices(KeyNames::pc)) chord.append(chordText(each, KeyNames::pc));
+  keysRow.pack_start(everywhere, Gtk::PACK_SHRINK);
+  keysRow.pack_start(chord, Gtk::PACK_SHRINK);
+  grid.attach(keysRow, 1, row++, 2, 1);
+  keysLine.set_xalign(0);
+  keysLine.set_ellipsize(Pango::ELLIPSIZE_END);
+  keysLine.get_style_context()->add_class("dim-label");
+  grid.attach(keysLine, 0, row++, 3, 1);
   add(grid);
 
   font.signal_value_changed().connect([this] {
@@ -109,6 +124,18 @@ PreferencesWindow::PreferencesWindow(Controller& c)
     }
     refresh();  // the box shows what the file says, also when writing failed
   });
+  everywhere.signal_toggled().connect([this] {
+    if (syncing) return;
+    controller.setGlobalShortcuts(everywhere.get_active());
+    applyGlobalKeys();
+  });
+  chord.signal_changed().connect([this] {
+    const int i = chord.get_active_row_number();
+    const auto choices = chordChoices(KeyNames::pc);
+    if (syncing || i < 0 || static_cast<std::size_t>(i) >= choices.size()) return;
+    controller.setGlobalChord(choices[static_cast<std::size_t>(i)]);
+    applyGlobalKeys();
+  });
   signal_delete_event().connect([this](GdkEventAny*) {
     hide();
     return true;  // kept for the next show
@@ -127,9 +154,29 @@ void PreferencesWindow::refresh() {
   const auto entry = autostart::entryPath();
   startAtLogin.set_sensitive(entry.has_value());
   startAtLogin.set_active(entry && autostart::enabled(*entry));
+  const GlobalKeySettings keys = controller.globalKeySettings();
+  const auto choices = chordChoices(KeyNames::pc);
+  const auto at = std::find(choices.begin(), choices.end(), keys.chord);
+  // A chord written into the settings by hand shows as itself.
+  while (chord.get_model()->children().size() > choices.size()) chord.remove_text(static_cast<int>(choices.size()));
+  if (at == choices.end()) chord.append(chordText(keys.chord, KeyNames::pc));
+  chord.set_active(at == choices.end() ? static_cast<int>(choices.size()) : static_cast<int>(at - choices.begin()));
+  const GlobalKeysState state = globalKeys ? globalKeys->state() : GlobalKeysState::unavailable;
+  everywhere.set_active(keys.enabled && state != GlobalKeysState::unavailable);
+  everywhere.set_sensitive(state != GlobalKeysState::unavailable);
+  chord.set_sensitive(state == GlobalKeysState::active);
+  keysLine.set_text(
+      globalKeysLine(state, keys.chord, globalKeys ? globalKeys->refused() : std::vector<const GlobalAction*>{},
+                     KeyNames::pc));
+  keysLine.set_tooltip_text(keysLine.get_text());
   syncing = false;
   folder.set_text(v.folder);
   refreshValueLabels();
+}
+
+void PreferencesWindow::applyGlobalKeys() {
+  if (globalKeys) globalKeys->apply(controller.globalKeySettings());
+  refresh();
 }
 
 void PreferencesWindow::refreshValueLabels() {

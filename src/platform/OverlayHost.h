@@ -72,6 +72,9 @@ class OverlayHost {
 
   virtual void setBandFrame(const Rect& frame) = 0;
   virtual void setBandHidden(bool hidden) = 0;
+  // The whole panel out of sight and back, where it was; a host that cannot
+  // hide it ignores this.
+  virtual void setPanelHidden(bool) {}
 };
 
 // A panel that shows nothing: for programs and benchmarks without a screen.

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/GlobalActions.h"
+
+namespace lumerix::gtk {
+
+// The bar's keys with a chord while another program has the keyboard, as
+// this desktop allows: grabs on X11 (GlobalKeysX11.cpp), nothing elsewhere
+// (`lumerix --do` bound by the user is the way there). Main thread only.
+class GlobalKeys {
+ public:
+  using Fired = std::function<void(const GlobalAction&)>;
+  // Called for the keys another program holds already, after each apply().
+  using Refused = std::function<void(const std::vector<const GlobalAction*>&, Chord)>;
+  virtual ~GlobalKeys() = default;
+  // Takes the keys, lets them go or takes them with another chord; at once,
+  // no restart. Keys not given back before are released first.
+  virtual void apply(const GlobalKeySettings& settings) = 0;
+  virtual GlobalKeysState state() const = 0;
+  // The keys another program held when they were last taken.
+  virtual const std::vector<const GlobalAction*>& refused() const = 0;
+};
+
+// The service this display has. waylandSession: the session is Wayland,
+// whatever GDK talks to (an X11 bar under XWayland gets keys only while
+// an X11 window has the focus, which a native player never is).
+std::unique_ptr<GlobalKeys> makeGlobalKeys(bool waylandSession, GlobalKeys::Fired fired, GlobalKeys::Refused refused);
+
+// The X11 modifier states one key is grabbed with: the chord's, alone and
+// with Caps Lock, Num Lock and both, as the server matches states exactly.
+// numLockMask: the modifier bit Num Lock sits on (0 where it has none).
+std::vector<unsigned> x11GrabStates(Chord chord, unsigned numLockMask);
+// The chord's bits among a key event's state, locks and other modifiers
+// (AltGr's, mouse buttons) left out.
+unsigned x11ChordState(Chord chord);
+unsigned x11ChordBitsOf(unsigned eventState);
+
+}  // namespace lumerix::gtk
