@@ -34,6 +34,7 @@ class MacOverlayHost final : public OverlayHost {
   Size measureText(const TextLayer& layer, Size bounds) override;
   void setBandFrame(const Rect& frame) override;
   void setBandHidden(bool hidden) override;
+  void setPanelHidden(bool hidden) override;
 
   // The panel's window-server state, for the diagnostic log line.
   PanelDiagnostics diagnostics() const;

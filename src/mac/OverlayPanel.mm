@@ -347,6 +347,14 @@ void MacOverlayHost::setBandHidden(bool hidden) {
   views->band.hidden = hidden;
 }
 
+void MacOverlayHost::setPanelHidden(bool hidden) {
+  if (hidden) {
+    [views->panel orderOut:nil];
+  } else {
+    [views->panel orderFrontRegardless];
+  }
+}
+
 PanelDiagnostics MacOverlayHost::diagnostics() const {
   SubtitlePanel* p = views->panel;
   return {p.onActiveSpace == YES,
