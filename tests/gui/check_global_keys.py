@@ -127,6 +127,8 @@ def main():
         check(unknown.returncode == 2 and "toggle-bar" in unknown.stderr, "an unknown action exits 2 with the list",
               unknown.stderr)
         check(bar.stop() == 0, "quits cleanly with the keys grabbed")
+        err = bar.proc.stderr.read()
+        check("CRITICAL" not in err, "no CRITICAL from GTK or the libraries", err[-300:])
         bar = None
         gone = subprocess.run([args.lumerix, "--do", "mark1"], env=env, capture_output=True, text=True)
         check(gone.returncode == 1 and gone.stderr == "Lumerix is not running\n",

@@ -5,8 +5,8 @@
 # OCR. Checks that the cue reads above the full-screen player, that the bar
 # is a layer surface (not a window sway manages), that mpv stays full
 # screen, that the bar comes back when its monitor goes away and starts on
-# the monitor its saved place is on, and that GTK and the libraries print
-# no CRITICAL. sway refuses to
+# the monitor its saved place is on, that `lumerix --do` reaches it, and
+# that GTK and the libraries print no CRITICAL. sway refuses to
 # run as root: as root, this runs itself again as the unprivileged user
 # lumerix-e2e (made here when missing).
 # Usage: tests/gui/run-sway.sh [BUILD_DIR]   (default: build)
@@ -55,6 +55,11 @@ seen=$(tesseract "$work/shot.png" - 2>/dev/null | tr '\n' ' ')
 check "the cue reads above the full-screen mpv" grep -q "Layer shell line" <<<"$seen"
 check "mpv stays full screen" fullscreen_mpv
 check "the bar is a layer surface, not a window sway manages" bash -c "! swaymsg -t get_tree | grep -q '\"name\": \"Lumerix\"'"
+# No global shortcuts on sway: a key bound to `lumerix --do` is the way.
+check "lumerix --do offset-0.1 exits 0" "$build/lumerix" --do offset-0.1
+sleep 0.5
+check "--do moves the timing by -0.1 s (side file)" python3 -c \
+  'import json, sys; sys.exit(abs(json.load(open(sys.argv[1]))["offset"] + 0.1) > 1e-9)' "$work/clip.srt.sync.json"
 kill "$lumerix"
 wait "$lumerix"
 status=$?
