@@ -171,6 +171,8 @@ std::string globalKeysLine(GlobalKeysState state, Chord chord, const std::vector
       return "Only on the bar, after a click";
     case GlobalKeysState::unavailable:
       return "This desktop gives no such keys to programs: bind lumerix --do ACTION to keys in its settings";
+    case GlobalKeysState::waiting:
+      return "Waiting for the desktop to bind the keys…";
     case GlobalKeysState::active:
       break;
   }
@@ -190,6 +192,17 @@ std::string globalKeysLine(GlobalKeysState state, Chord chord, const std::vector
     line += ")";
   }
   return line;
+}
+
+std::string boundKeysLine(const std::vector<BoundKey>& bound) {
+  std::string line;
+  for (const BoundKey& b : bound) {
+    if (b.trigger.empty()) continue;
+    line += line.empty() ? "" : " · ";
+    line += std::string(b.action->label) + " " + b.trigger;
+  }
+  return line.empty() ? "The desktop bound no keys: choose them in its shortcut settings"
+                      : "Bound by the desktop: " + line;
 }
 
 // ---- the controller's side ---------------------------------------------------

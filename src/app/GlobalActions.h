@@ -70,9 +70,22 @@ enum class GlobalKeysState {
   active,       // the chord works everywhere, but for the refused keys
   off,          // the user turned it off
   unavailable,  // this desktop gives programs no such keys: --do instead
+  waiting,      // the desktop was asked and has not answered yet
 };
 std::string globalKeysLine(GlobalKeysState state, Chord chord, const std::vector<const GlobalAction*>& refused,
                            KeyNames names);
+// Where the desktop binds the keys itself (and may choose others, or let
+// the user choose): what it bound, action by action, in its own words.
+struct BoundKey {
+  const GlobalAction* action;
+  std::string trigger;  // empty: bound to nothing
+};
+std::string boundKeysLine(const std::vector<BoundKey>& bound);
+// Said once when the desktop's shortcut service says no, or stops.
+inline constexpr std::string_view shortcutsDeclinedNote =
+    "The desktop declined the shortcuts: bind lumerix --do ACTION to keys instead";
+inline constexpr std::string_view shortcutsEndedNote =
+    "The desktop ended the shortcuts: bind lumerix --do ACTION to keys instead";
 // Preferences' words around it.
 inline constexpr std::string_view globalKeysTitle = "Shortcuts";
 inline constexpr std::string_view globalKeysCheckTitle = "Also while other programs have the keyboard";

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gio/gio.h>
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -24,12 +26,28 @@ class GlobalKeys {
   virtual GlobalKeysState state() const = 0;
   // The keys another program held when they were last taken.
   virtual const std::vector<const GlobalAction*>& refused() const = 0;
+  // Where the desktop chose the keys: what it bound; empty elsewhere.
+  virtual std::vector<BoundKey> bound() const { return {}; }
+  virtual bool choosesKeys() const { return false; }  // the desktop, not the chord
 };
 
 // The service this display has. waylandSession: the session is Wayland,
 // whatever GDK talks to (an X11 bar under XWayland gets keys only while
 // an X11 window has the focus, which a native player never is).
-std::unique_ptr<GlobalKeys> makeGlobalKeys(bool waylandSession, GlobalKeys::Fired fired, GlobalKeys::Refused refused);
+// note: a sentence for the status line, once (the desktop said no, or stopped).
+std::unique_ptr<GlobalKeys> makeGlobalKeys(bool waylandSession, GlobalKeys::Fired fired, GlobalKeys::Refused refused,
+                                           std::function<void(std::string_view)> note = nullptr);
+
+// The desktop portal's global shortcuts (KDE Plasma, Hyprland on Wayland),
+// on the given session bus; asks for the chord as each key's preferred
+// trigger. Unavailable where the portal has no such interface.
+std::unique_ptr<GlobalKeys> makePortalGlobalKeys(GDBusConnection* bus, GlobalKeys::Fired fired,
+                                                 std::function<void(std::string_view)> note);
+// What BindShortcuts is given: one (id, {description, preferred_trigger})
+// an action.
+GVariant* portalShortcutList(Chord chord);
+// The answer's shortcuts (a(sa{sv})), by action, in table order.
+std::vector<BoundKey> portalBoundKeys(GVariant* shortcuts);
 
 // The X11 modifier states one key is grabbed with: the chord's, alone and
 // with Caps Lock, Num Lock and both, as the server matches states exactly.

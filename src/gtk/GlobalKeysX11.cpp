@@ -157,9 +157,20 @@ unsigned x11ChordBitsOf(unsigned eventState) {
   return eventState & (kControl | kMod1 | kShift | kMod4);
 }
 
-std::unique_ptr<GlobalKeys> makeGlobalKeys(bool waylandSession, GlobalKeys::Fired fired, GlobalKeys::Refused refused) {
+std::unique_ptr<GlobalKeys> makeGlobalKeys(bool waylandSession, GlobalKeys::Fired fired, GlobalKeys::Refused refused,
+                                           std::function<void(std::string_view)> note) {
   GdkDisplay* display = gdk_display_get_default();
-  if (waylandSession || !display || !GDK_IS_X11_DISPLAY(display)) return std::make_unique<NoGlobalKeys>();
+  if (waylandSession) {
+    // The one way a Wayland desktop lets a program have keys: its portal,
+    // where it has one (asked on the bus GTK shares).
+    if (GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr)) {
+      auto keys = makePortalGlobalKeys(bus, std::move(fired), std::move(note));
+      g_object_unref(bus);
+      return keys;
+    }
+    return std::make_unique<NoGlobalKeys>();
+  }
+  if (!display || !GDK_IS_X11_DISPLAY(display)) return std::make_unique<NoGlobalKeys>();
   return std::make_unique<GlobalKeysX11>(display, std::move(fired), std::move(refused));
 }
 

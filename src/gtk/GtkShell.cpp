@@ -63,7 +63,8 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
       wayland && *wayland, [this](const GlobalAction& action) { controller->runAction(action.name); },
       [this](const std::vector<const GlobalAction*>& refused, Chord chord) {
         controller->shortcutsRefused(refused, chord);
-      });
+      },
+      [this](std::string_view note) { controller->postNote(note); });
   globalKeys->apply(controller->globalKeySettings());
   const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
   for (std::string_view note : texts::desktop::notes({.composited = host.composited(),

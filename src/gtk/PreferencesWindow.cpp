@@ -165,9 +165,12 @@ void PreferencesWindow::refresh() {
   everywhere.set_active(keys.enabled && state != GlobalKeysState::unavailable);
   everywhere.set_sensitive(state != GlobalKeysState::unavailable);
   chord.set_sensitive(state == GlobalKeysState::active);
-  keysLine.set_text(
-      globalKeysLine(state, keys.chord, globalKeys ? globalKeys->refused() : std::vector<const GlobalAction*>{},
-                     KeyNames::pc));
+  // Where the desktop binds the keys, it may have chosen others: say which.
+  keysLine.set_text(state == GlobalKeysState::active && globalKeys && globalKeys->choosesKeys()
+                        ? boundKeysLine(globalKeys->bound())
+                        : globalKeysLine(state, keys.chord,
+                                         globalKeys ? globalKeys->refused() : std::vector<const GlobalAction*>{},
+                                         KeyNames::pc));
   keysLine.set_tooltip_text(keysLine.get_text());
   syncing = false;
   folder.set_text(v.folder);
