@@ -284,9 +284,12 @@ TEST(GlobalKeysPortal, BindsTheActionsFiresThemAndLetsGoWhenTheDesktopEndsIt) {
   auto keys = makePortalGlobalKeys(
       rig.bus, [&](const GlobalAction& a) { fired.emplace_back(a.name); },
       [&](std::string_view n) { notes.emplace_back(n); });
+  int changes = 0;
+  keys->onChange([&] { ++changes; });
   keys->apply({true, kDefault});
   EXPECT_EQ(keys->state(), GlobalKeysState::waiting);
   ASSERT_TRUE(PortalRig::until([&] { return keys->state() == GlobalKeysState::active; }));
+  EXPECT_EQ(changes, 1) << "Preferences hears of the answer";
   EXPECT_THAT(rig.heard(), ::testing::StartsWith("bind offset+0.5=CTRL+ALT+LOGO+Right offset-0.5=CTRL+ALT+LOGO+Left"));
   EXPECT_TRUE(keys->choosesKeys());
   ASSERT_EQ(keys->bound().size(), globalActions().size());

@@ -29,6 +29,17 @@ class GlobalKeys {
   // Where the desktop chose the keys: what it bound; empty elsewhere.
   virtual std::vector<BoundKey> bound() const { return {}; }
   virtual bool choosesKeys() const { return false; }  // the desktop, not the chord
+  // Called when state() or bound() change later than apply() returns (the
+  // desktop answers in its own time); nullptr stops it.
+  void onChange(std::function<void()> changed) { this->changed = std::move(changed); }
+
+ protected:
+  void tellChanged() const {
+    if (changed) changed();
+  }
+
+ private:
+  std::function<void()> changed;
 };
 
 // The service this display has. waylandSession: the session is Wayland,

@@ -74,7 +74,10 @@ class PortalKeys : public GlobalKeys {
     GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
     PortalKeys* self = current(static_cast<Step*>(data), error);
     if (reply) g_variant_unref(reply);
-    if (self && !reply) self->shown = GlobalKeysState::unavailable;  // said in Preferences, not as a hint
+    if (self && !reply) {
+      self->shown = GlobalKeysState::unavailable;  // said in Preferences, not as a hint
+      self->tellChanged();
+    }
     if (self && reply) self->createSession();
     if (error) g_error_free(error);
   }
@@ -167,6 +170,7 @@ class PortalKeys : public GlobalKeys {
       self->boundKeys = shortcuts ? portalBoundKeys(shortcuts) : std::vector<BoundKey>{};
       if (shortcuts) g_variant_unref(shortcuts);
       self->shown = GlobalKeysState::active;
+      self->tellChanged();
     }
     g_variant_unref(results);
   }
@@ -195,6 +199,7 @@ class PortalKeys : public GlobalKeys {
     closeSession();
     boundKeys.clear();
     shown = GlobalKeysState::unavailable;
+    tellChanged();
     if (note) note(why);
   }
 

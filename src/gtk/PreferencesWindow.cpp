@@ -142,6 +142,16 @@ PreferencesWindow::PreferencesWindow(Controller& c, GlobalKeys* keys)
   });
   grid.show_all();
   refresh();
+  // The desktop's answer comes later: show it when it does.
+  if (globalKeys) {
+    globalKeys->onChange([this] {
+      if (get_visible()) refresh();
+    });
+  }
+}
+
+PreferencesWindow::~PreferencesWindow() {
+  if (globalKeys) globalKeys->onChange(nullptr);
 }
 
 void PreferencesWindow::refresh() {

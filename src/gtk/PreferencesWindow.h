@@ -26,6 +26,7 @@ class PreferencesWindow : public Gtk::Window {
  public:
   // globalKeys: the shell's, which follows the shortcut row at once.
   explicit PreferencesWindow(Controller& controller, GlobalKeys* globalKeys = nullptr);
+  ~PreferencesWindow() override;
   // Copies the controller's values into the controls and shows the window
   // in the middle of the screen, in front.
   void showFromController();
