@@ -246,8 +246,9 @@ TEST(GlobalDoCommand, ParsedAloneAndByName) {
 
 TEST(GlobalDoCommand, WithNoBarRunningSaysSoAndExitsOne) {
   const std::string err = ::testing::TempDir() + "/lumerix-do-" + std::to_string(::getpid()) + ".err";
-  // A session bus nobody listens on, and none at all.
-  for (const char* bus : {"unix:path=/nonexistent/bus", ""}) {
+  // A session bus nobody listens on (an empty address would have GLib
+  // start one of its own under X11).
+  for (const char* bus : {"unix:path=/nonexistent/bus"}) {
     const std::string cmd = std::string("DBUS_SESSION_BUS_ADDRESS='") + bus +
                             "' '" LUMERIX_BINARY "' --do mark1 >/dev/null 2>'" + err + "'";
     const int raw = std::system(cmd.c_str());
