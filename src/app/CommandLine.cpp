@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "app/GlobalActions.h"
 #include "subtitles/SRTParser.h"
 #include "util/JsonText.h"
 
@@ -36,6 +37,19 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
       dumpCues = true;
       files.push_back(a.substr(std::string("--dump-cues=").size()));
       if (files.back().empty()) return usage("--dump-cues needs a FILE");
+    } else if (a == "--do" || a.starts_with("--do=")) {
+      // Bound to a desktop's key: nothing else may ride along unnoticed.
+      if (a == "--do" && i + 1 >= args.size()) return usage("--do needs an ACTION");
+      const std::string action = a == "--do" ? args[++i] : a.substr(std::string("--do=").size());
+      if (args.size() != (a == "--do" ? 2u : 1u)) return usage("--do takes no other arguments");
+      if (!findGlobalAction(action)) {
+        cl.mode = CommandLine::Mode::usageError;
+        cl.error = "lumerix: unknown action '" + action + "'; one of: " + globalActionNames();
+        return cl;
+      }
+      cl.mode = CommandLine::Mode::doAction;
+      cl.action = action;
+      return cl;
     } else if (a == "--headless") {
       headless = true;
     } else if (a == "--second" || a.starts_with("--second=")) {
@@ -88,6 +102,7 @@ std::string helpText(bool window, bool linux) {
                      "       lumerix --headless" + player + " [--second FILE2] [FILE]\n" +
                      "       lumerix --demo [--headless]\n"
                      "       lumerix --dump-cues FILE\n"
+                     "       lumerix --do ACTION\n"
                      "       lumerix --help | --version\n"
                      "\n"
                      "Lumerix shows subtitles for video whose player cannot load them, following\n"
@@ -133,6 +148,21 @@ std::string helpText(bool window, bool linux) {
                  : "  --demo             the same, against a built-in player that plays from 0 s\n"
                    "                     (\"Demo S01E01\") with a bundled sample subtitle; your\n"
                    "                     settings are not touched\n";
+  // The actions' names, wrapped into the description's column.
+  text += "  --do ACTION        hand one action to the running bar and exit, as a key\n"
+          "                     bound in the desktop's keyboard settings would:";
+  std::size_t column = 69;
+  for (const GlobalAction& a : globalActions()) {
+    const bool last = &a == &globalActions().back();
+    if (column + a.name.size() + 2 > 78) {
+      text += "\n                    ";
+      column = 20;
+    }
+    text += " " + std::string(a.name) + (last ? "." : ",");
+    column += a.name.size() + 2;
+  }
+  text +=
+      "\n                     Exit status 1, saying so, when no bar is running\n";
   text +=
       "  --dump-cues FILE   read FILE (SubRip .srt or WebVTT .vtt; UTF-8, GB 18030,\n"
       "                     Big5 or ISO 8859-1) and print its cues to stdout as a\n"
@@ -159,8 +189,15 @@ std::string helpText(bool window, bool linux) {
         "  + -                text size\n"
         "  9 0                band opacity\n"
         "  Shift+arrows       bar size\n"
-        "  q Escape           quit\n"
-        "\n";
+        "  h                  hide the bar until h is pressed with the chord\n"
+        "  q Escape           quit\n";
+    text += linux ? "With the chord held (Ctrl+Alt+Super unless Preferences says otherwise),\n"
+                    "Left Right , . f 1 2 h work while another program has the keyboard,\n"
+                    "where the desktop lets them (X11; KDE Plasma and Hyprland on Wayland);\n"
+                    "elsewhere bind lumerix --do ACTION to keys of your own.\n"
+                  : "With Control+Option held (unless Preferences says otherwise), Left Right\n"
+                    ", . f 1 2 h work while another program has the keyboard.\n";
+    text += "\n";
   }
   text += linux ? "Settings live in $XDG_CONFIG_HOME/lumerix/settings.json (~/.config/...).\n"
                 : "Settings are the app's user defaults (defaults read app.lumerix.Lumerix).\n";

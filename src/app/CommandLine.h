@@ -10,13 +10,14 @@
 namespace lumerix {
 
 struct CommandLine {
-  enum class Mode { help, version, dumpCues, run, usageError };
+  enum class Mode { help, version, dumpCues, run, doAction, usageError };
   Mode mode = Mode::help;
   std::string file;       // dumpCues: the subtitle file; run: the start-up subtitle, if any
   std::string second;     // run: the second subtitle shown with it, if any
   bool headless = false;  // run: print what the bar would show instead of showing it
   bool demo = false;      // run: the built-in player and the bundled sample
   std::string player;     // run: the MPRIS player to follow; empty: the setting, else any
+  std::string action;     // doAction: the name of one of globalActions()
   std::string error;      // usageError: one line for stderr
 };
 

@@ -40,6 +40,7 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
   SettingsStore& defaults = services.defaults;
   defaults.registerDefaults(
       {{keys::fontSize, 28.0}, {keys::panelAlpha, 0.92}, {keys::bgMode, 0LL}, {keys::strokeWidth, 7.0}});
+  registerGlobalKeyDefaults(defaults, keyNamesFor(this->conventions.menu));
   // Limits apply when a value is changed, never when it is read.
   s.fontSize = defaults.doubleFor(keys::fontSize);
   s.alpha = defaults.doubleFor(keys::panelAlpha);
@@ -219,6 +220,8 @@ bool Controller::handleKey(int keyCode, bool shift, std::string_view characters)
     openFileDialog();
   } else if (c == "a") {
     menuAutoPick();
+  } else if (c == "h") {
+    toggleBar();
   } else if (c == "q") {
     quit();
   } else if (c == "s") {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "app/Conventions.h"
+#include "app/GlobalActions.h"
 #include "platform/Clock.h"
 #include "platform/Dialogs.h"
 #include "platform/OverlayHost.h"
@@ -135,6 +136,7 @@ class Controller {
     bool adjustSecond = false;  // which of the two the timing keys move
     SecondLook secondLook;
     std::optional<std::string> curSecondText;
+    bool barHidden = false;  // by the h key, until it is pressed again
   };
 
   struct ScalePreset {
@@ -184,6 +186,16 @@ class Controller {
   void markPoint(int n) noexcept;
   void saveCalibration() noexcept;
   void quit() noexcept;
+
+  // Keys that work while another program has the keyboard, and --do.
+  // runAction: false for a name that is no action.
+  bool runAction(std::string_view name) noexcept;
+  void toggleBar() noexcept;
+  GlobalKeySettings globalKeySettings() const noexcept;
+  void setGlobalShortcuts(bool on) noexcept;  // the shell then grabs or lets go
+  void setGlobalChord(Chord chord) noexcept;
+  // The shell's grabs that another program holds already: said once.
+  void shortcutsRefused(const std::vector<const GlobalAction*>& refused, Chord chord) noexcept;
 
   void loadSubtitle(const std::string& path) noexcept;
   void maybeAutoPick(const std::string& track) noexcept;

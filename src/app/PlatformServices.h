@@ -35,4 +35,10 @@ PlayerServices makePlayerServices(SettingsStore& settings, const std::string& pl
 // keeps them in the user defaults. What --help offers follows it.
 bool linuxPlayers();
 
+// Hands one action (a name from globalActions()) to the bar this user runs,
+// as its keys would; notRunning when there is none, failed (with the reason
+// in `why`) when one runs but did not take it.
+enum class Delivery { delivered, notRunning, failed };
+Delivery deliverAction(const std::string& action, std::string& why);
+
 }  // namespace lumerix::platform

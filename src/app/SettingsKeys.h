@@ -18,6 +18,8 @@ inline constexpr const char* secondFontSize = "SecondFontSize";     // double, p
 inline constexpr const char* secondColor = "SecondColor";           // string "#RRGGBB"
 inline constexpr const char* secondSubtitlePath = "SecondSubtitlePath";  // string; empty: none
 inline constexpr const char* secondPairedWith = "SecondSubtitleFirst";   // string: the first's path then
+inline constexpr const char* globalShortcuts = "GlobalShortcuts";  // bool: the bar's keys with a chord, anywhere
+inline constexpr const char* globalModifiers = "GlobalModifiers";  // string: that chord, "Ctrl+Alt+Super"
 // The panel's frame, saved and restored by the shell under this name.
 inline constexpr const char* panelFrame = "LumerixPanel";
 

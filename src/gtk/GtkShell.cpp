@@ -46,13 +46,21 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
   services.onTerminate = [this] { quitNow(); };
   services.onActivate = [this] { host.present(); };
   services.onShowPreferences = [this] {
-    if (!preferences) preferences = std::make_unique<PreferencesWindow>(*controller);
+    if (!preferences) preferences = std::make_unique<PreferencesWindow>(*controller, globalKeys.get());
     preferences->showFromController();
   };
   controller = std::make_unique<Controller>(ControllerServices{clock, *settings, host, dialogs, services},
                                             std::move(source), subtitle, player.conventions,
                                             options.demo ? std::nullopt : options.second);
   host.attach(controller.get());
+  const char* wayland = std::getenv("WAYLAND_DISPLAY");
+  globalKeys = makeGlobalKeys(
+      wayland && *wayland, [this](const GlobalAction& action) { controller->runAction(action.name); },
+      [this](const std::vector<const GlobalAction*>& refused, Chord chord) {
+        controller->shortcutsRefused(refused, chord);
+      },
+      [this](std::string_view note) { controller->postNote(note); });
+  globalKeys->apply(controller->globalKeySettings());
   const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
   for (std::string_view note : texts::desktop::notes({.composited = host.composited(),
                                .waylandWithoutLayerShell = options.backend.waylandWithoutLayerShell,
@@ -139,6 +147,7 @@ GtkShell::~GtkShell() {
   host.attach(nullptr);
   tray.reset();
   preferences.reset();
+  globalKeys.reset();  // the keys go back to the desktop
   if (controller) controller->source().cancel();  // again: cancelling twice is harmless
   controller.reset();
   if (!iconDir.empty()) {
@@ -165,7 +174,13 @@ void GtkShell::quitNow() {
 }
 
 void GtkShell::present() {
+  // Looking for the bar by starting it again finds it even when hidden.
+  if (controller->state().barHidden) controller->toggleBar();
   host.present();
+}
+
+void GtkShell::runAction(std::string_view name) {
+  controller->runAction(name);
 }
 
 void GtkShell::open(const std::string& path) {

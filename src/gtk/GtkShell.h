@@ -10,6 +10,7 @@
 #include "app/Demo.h"
 #include "app/PlatformServices.h"
 #include "gtk/DisplayBackend.h"
+#include "gtk/GlobalKeys.h"
 #include "gtk/GtkDialogs.h"
 #include "gtk/OverlayWindow.h"
 #include "gtk/PangoText.h"
@@ -41,6 +42,8 @@ class GtkShell {
   // A second launch: the bar comes to the front, with the file it named.
   void present();
   void open(const std::string& path);
+  // `lumerix --do NAME`; a name this build does not know is dropped.
+  void runAction(std::string_view name);
 
  private:
   void tick();  // the regular one, and an extra one when the text changes in between
@@ -59,6 +62,7 @@ class GtkShell {
   GtkDialogs dialogs;
   GtkAppServices services;
   std::unique_ptr<Controller> controller;
+  std::unique_ptr<GlobalKeys> globalKeys;  // after the controller it drives, gone before it
   std::unique_ptr<PreferencesWindow> preferences;
   BuiltMenu contextMenu;
   std::unique_ptr<Tray> tray;

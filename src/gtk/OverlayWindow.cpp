@@ -319,7 +319,7 @@ void OverlayWindow::reopenSurface() {
   surfaceLost = false;
   applyDesktopFrame(clampOntoMonitors(desktopFrame(), monitors(), config.minSize));
   goneOutput = nullptr;
-  win->show();
+  if (!userHidden) win->show();
 }
 
 void OverlayWindow::keepOnScreen() {
@@ -346,9 +346,19 @@ void OverlayWindow::keepOnScreen() {
 void OverlayWindow::present() {
   if (!win) return;
   keepOnScreen();  // a second launch is also how users look for a lost bar
-  if (surfaceLost) return;  // no output to show it on yet
+  if (surfaceLost || userHidden) return;  // no output to show it on yet, or hidden on purpose
   win->show();
   if (GdkWindow* g = gtk_widget_get_window(GTK_WIDGET(win->gobj()))) gdk_window_raise(g);
+}
+
+void OverlayWindow::setPanelHidden(bool hidden) {
+  userHidden = hidden;
+  if (!win) return;
+  if (hidden) {
+    win->hide();
+  } else {
+    present();
+  }
 }
 
 PanelDiagnostics OverlayWindow::diagnostics() const {

@@ -59,8 +59,10 @@ class OverlayWindow : public OverlayHost {
   void setBandFrame(const Rect& frame) override;
   void setBandHidden(bool hidden) override;
   void setSecondText(const std::vector<TextLayer>& layers, const Rect& frame) override;
+  void setPanelHidden(bool hidden) override;
 
  private:
+  bool userHidden = false;  // by the h key: stays out of sight until asked back
   struct Drag {
     bool active = false;
     unsigned edges = 0;  // none: moving

@@ -1,5 +1,7 @@
 #include "gtk/PreferencesWindow.h"
 
+#include <algorithm>
+
 #include "linux/Autostart.h"
 #include "ui/Preferences.h"
 
@@ -27,7 +29,7 @@ Gtk::Scale& PreferencesWindow::slider(Gtk::Scale& s, double minimum, double maxi
   return s;
 }
 
-PreferencesWindow::PreferencesWindow(Controller& c)
+PreferencesWindow::PreferencesWindow(Controller& c, GlobalKeys* keys)
     : controller(c),
       font(Gtk::ORIENTATION_HORIZONTAL),
       stroke(Gtk::ORIENTATION_HORIZONTAL),
@@ -40,9 +42,14 @@ PreferencesWindow::PreferencesWindow(Controller& c)
       secondOpen(str(prefs::secondOpenTitle)),
       secondRemove(str(prefs::secondRemoveTitle)),
       secondRow(Gtk::ORIENTATION_HORIZONTAL, 8),
-      secondFont(Gtk::ORIENTATION_HORIZONTAL) {
-  // One row more than macOS has: start at login.
-  const int height = static_cast<int>(prefs::windowHeight + prefs::rowSpacing + 24 + prefs::secondRowsHeight);
+      secondFont(Gtk::ORIENTATION_HORIZONTAL),
+      globalKeys(keys),
+      keysRow(Gtk::ORIENTATION_HORIZONTAL, 8),
+      everywhere(str(globalKeysCheckTitle)),
+      keysLine(static_cast<int>(prefs::windowWidth - 40)) {
+  // Rows more than macOS has: start at login. Then the shortcuts' two.
+  const int height =
+      static_cast<int>(prefs::windowHeight + 3 * (prefs::rowSpacing + 24) + prefs::secondRowsHeight);
   set_title(str(prefs::windowTitle));
   set_default_size(static_cast<int>(prefs::windowWidth), height);
   set_size_request(static_cast<int>(prefs::windowWidth), height);
@@ -107,6 +114,15 @@ PreferencesWindow::PreferencesWindow(Controller& c)
   for (const prefs::ColorChoice& choice : prefs::secondColors) secondColor.append(str(choice.title));
   secondColor.set_halign(Gtk::ALIGN_START);
   grid.attach(secondColor, 1, row++, 1, 1);
+  title(globalKeysTitle);
+  for (Chord each : chordChoices(KeyNames::pc)) chord.append(chordText(each, KeyNames::pc));
+  keysRow.pack_start(everywhere, Gtk::PACK_SHRINK);
+  keysRow.pack_start(chord, Gtk::PACK_SHRINK);
+  grid.attach(keysRow, 1, row++, 2, 1);
+  keysLine.set_xalign(0);
+  keysLine.set_ellipsize(Pango::ELLIPSIZE_END);
+  keysLine.get_style_context()->add_class("dim-label");
+  grid.attach(keysLine, 0, row++, 3, 1);
   add(grid);
 
   secondOpen.signal_clicked().connect([this] {
@@ -156,12 +172,34 @@ PreferencesWindow::PreferencesWindow(Controller& c)
     }
     refresh();  // the box shows what the file says, also when writing failed
   });
+  everywhere.signal_toggled().connect([this] {
+    if (syncing) return;
+    controller.setGlobalShortcuts(everywhere.get_active());
+    applyGlobalKeys();
+  });
+  chord.signal_changed().connect([this] {
+    const int i = chord.get_active_row_number();
+    const auto choices = chordChoices(KeyNames::pc);
+    if (syncing || i < 0 || static_cast<std::size_t>(i) >= choices.size()) return;
+    controller.setGlobalChord(choices[static_cast<std::size_t>(i)]);
+    applyGlobalKeys();
+  });
   signal_delete_event().connect([this](GdkEventAny*) {
     hide();
     return true;  // kept for the next show
   });
   grid.show_all();
   refresh();
+  // The desktop's answer comes later: show it when it does.
+  if (globalKeys) {
+    globalKeys->onChange([this] {
+      if (get_visible()) refresh();
+    });
+  }
+}
+
+PreferencesWindow::~PreferencesWindow() {
+  if (globalKeys) globalKeys->onChange(nullptr);
 }
 
 void PreferencesWindow::refresh() {
@@ -177,11 +215,34 @@ void PreferencesWindow::refresh() {
   secondFont.set_value(v.second.fontSize);
   secondPosition.set_active(static_cast<int>(v.second.position));
   secondColor.set_active(static_cast<int>(v.second.color));  // -1: none of ours
+  const GlobalKeySettings keys = controller.globalKeySettings();
+  const auto choices = chordChoices(KeyNames::pc);
+  const auto at = std::find(choices.begin(), choices.end(), keys.chord);
+  // A chord written into the settings by hand shows as itself.
+  while (chord.get_model()->children().size() > choices.size()) chord.remove_text(static_cast<int>(choices.size()));
+  if (at == choices.end()) chord.append(chordText(keys.chord, KeyNames::pc));
+  chord.set_active(at == choices.end() ? static_cast<int>(choices.size()) : static_cast<int>(at - choices.begin()));
+  const GlobalKeysState state = globalKeys ? globalKeys->state() : GlobalKeysState::unavailable;
+  everywhere.set_active(keys.enabled && state != GlobalKeysState::unavailable);
+  everywhere.set_sensitive(state != GlobalKeysState::unavailable);
+  chord.set_sensitive(state == GlobalKeysState::active);
+  // Where the desktop binds the keys, it may have chosen others: say which.
+  keysLine.set_text(state == GlobalKeysState::active && globalKeys && globalKeys->choosesKeys()
+                        ? boundKeysLine(globalKeys->bound())
+                        : globalKeysLine(state, keys.chord,
+                                         globalKeys ? globalKeys->refused() : std::vector<const GlobalAction*>{},
+                                         KeyNames::pc));
+  keysLine.set_tooltip_text(keysLine.get_text());
   syncing = false;
   second.set_text(v.second.file);
   secondRemove.set_sensitive(v.second.loaded);
   folder.set_text(v.folder);
   refreshValueLabels();
+}
+
+void PreferencesWindow::applyGlobalKeys() {
+  if (globalKeys) globalKeys->apply(controller.globalKeySettings());
+  refresh();
 }
 
 void PreferencesWindow::refreshValueLabels() {

@@ -3,6 +3,7 @@
 #include <gtkmm.h>
 
 #include "app/Controller.h"
+#include "gtk/GlobalKeys.h"
 
 namespace lumerix::gtk {
 
@@ -23,7 +24,9 @@ class CappedLabel : public Gtk::Label {
 // through the controller. Closing only hides it; refresh() on every show.
 class PreferencesWindow : public Gtk::Window {
  public:
-  explicit PreferencesWindow(Controller& controller);
+  // globalKeys: the shell's, which follows the shortcut row at once.
+  explicit PreferencesWindow(Controller& controller, GlobalKeys* globalKeys = nullptr);
+  ~PreferencesWindow() override;
   // Copies the controller's values into the controls and shows the window
   // in the middle of the screen, in front.
   void showFromController();
@@ -43,10 +46,14 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::Scale& secondFontSlider() { return secondFont; }
   Gtk::ComboBoxText& secondPositionPopup() { return secondPosition; }
   Gtk::ComboBoxText& secondColorPopup() { return secondColor; }
+  Gtk::CheckButton& globalKeysBox() { return everywhere; }
+  Gtk::ComboBoxText& chordPopup() { return chord; }
+  Gtk::Label& globalKeysLabel() { return keysLine; }
 
  private:
   void refresh();
   void refreshValueLabels();
+  void applyGlobalKeys();  // after a change of the shortcut row
   Gtk::Scale& slider(Gtk::Scale& s, double minimum, double maximum);
 
   Controller& controller;
@@ -66,6 +73,11 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::Scale secondFont;
   Gtk::Label secondFontValue;
   Gtk::ComboBoxText secondPosition, secondColor;
+  GlobalKeys* globalKeys;
+  Gtk::Box keysRow;
+  Gtk::CheckButton everywhere;
+  Gtk::ComboBoxText chord;
+  CappedLabel keysLine;
 };
 
 }  // namespace lumerix::gtk

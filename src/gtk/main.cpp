@@ -9,14 +9,16 @@
 #include "app/Controller.h"
 #include "gtk/GtkShell.h"
 #include "gtk/SessionBus.h"
+#include "linux/ActionDelivery.h"
 #include "program/Program.h"
 #include "ui/DesktopTexts.h"
 #include "util/StopSignals.h"
 
 namespace {
 
-// One bar a user: a second launch is handed to the first.
-constexpr const char* kApplicationId = "io.lumerix.Lumerix";
+// One bar a user: a second launch is handed to the first, and so is
+// `lumerix --do`.
+constexpr const char* kApplicationId = lumerix::barbus::kBarBusName;
 
 int runBar(const lumerix::CommandLine& cl) {
   using namespace lumerix;
@@ -74,6 +76,16 @@ int runBar(const lumerix::CommandLine& cl) {
       shell->open(path);
     }
   });
+  // `lumerix --do NAME`: the action arrives on the bus, while a dialog's
+  // own loop runs too; names this build does not know are dropped.
+  GSimpleAction* doAction = g_simple_action_new(barbus::kDoActionName, G_VARIANT_TYPE_STRING);
+  g_signal_connect(doAction, "activate", G_CALLBACK(+[](GSimpleAction*, GVariant* name, gpointer data) {
+                     auto& bar = *static_cast<std::unique_ptr<gtk::GtkShell>*>(data);
+                     if (bar && name) bar->runAction(g_variant_get_string(name, nullptr));
+                   }),
+                   &shell);
+  g_action_map_add_action(G_ACTION_MAP(app->gobj()), G_ACTION(doAction));
+  g_object_unref(doAction);
   // Only the file reaches GApplication (which hands it to a running bar);
   // our own options are read already.
   std::vector<std::string> args{"lumerix"};

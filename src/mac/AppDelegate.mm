@@ -9,7 +9,9 @@
 #include "app/Controller.h"
 #include "app/PlatformServices.h"
 #import "mac/Conversions.h"
+#include "mac/ActionNotice.h"
 #include "mac/MacDialogs.h"
+#include "mac/MacGlobalKeys.h"
 #import "mac/MacDrawing.h"
 #include "mac/OverlayPanel.h"
 #include "ui/StatusIcon.h"
@@ -28,13 +30,20 @@ struct Shell {
         host(lookup),
         dialogs(lookup),
         controller({*player.system, *settings, host, dialogs, dialogs}, std::move(player.source), std::move(subtitle),
-                   player.conventions) {}
+                   player.conventions),
+        globalKeys([this](const GlobalAction& action) { controller.runAction(action.name); },
+                   [this](const std::vector<const GlobalAction*>& refused, Chord chord) {
+                     controller.shortcutsRefused(refused, chord);
+                   }) {
+    globalKeys.apply(controller.globalKeySettings());
+  }
 
   std::unique_ptr<SettingsStore> settings;
   platform::PlayerServices player;
   mac::MacOverlayHost host;
   mac::MacDialogs dialogs;
   Controller controller;
+  mac::MacGlobalKeys globalKeys;  // after the controller it drives, gone before it
 };
 
 }  // namespace
@@ -63,6 +72,18 @@ struct Shell {
   [self buildStatusItem];
   [self startTimers];
   [self handleStopSignals];
+  // `Lumerix --do ACTION` from another process; a name this build does not
+  // know is dropped.
+  [NSDistributedNotificationCenter.defaultCenter addObserverForName:mac::nsString(mac::kActionNotice)
+                                                             object:nil
+                                                              queue:NSOperationQueue.mainQueue
+                                                         usingBlock:^(NSNotification* note) {
+                                                           AppDelegate* delegate = weakSelf;
+                                                           Controller* c = delegate ? [delegate controller] : nullptr;
+                                                           if (c && [note.object isKindOfClass:NSString.class]) {
+                                                             c->runAction(mac::stdString(note.object));
+                                                           }
+                                                         }];
   showGuideOnFirstLaunch(_shell->controller, *_shell->settings);
 }
 

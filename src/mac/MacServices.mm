@@ -1,8 +1,11 @@
+#import <AppKit/AppKit.h>
 #import <Foundation/Foundation.h>
+#include <unistd.h>
 
 #include <ostream>
 
 #include "app/PlatformServices.h"
+#include "mac/ActionNotice.h"
 #import "mac/Conversions.h"
 #include "mac/MacSettingsStore.h"
 #include "mac/MacSyncCommands.h"
@@ -28,6 +31,24 @@ std::unique_ptr<SettingsStore> makeUserSettingsStore(std::ostream&) {
 // both name it, so a player named on the command line changes nothing.
 bool linuxPlayers() {
   return false;
+}
+
+Delivery deliverAction(const std::string& action, std::string&) {
+  @autoreleasepool {
+    NSString* bundleId = NSBundle.mainBundle.bundleIdentifier ?: mac::nsString(mac::kDefaultBundleId);
+    bool running = false;
+    for (NSRunningApplication* app in [NSRunningApplication runningApplicationsWithBundleIdentifier:bundleId]) {
+      running = running || app.processIdentifier != ::getpid();
+    }
+    if (!running) return Delivery::notRunning;
+    // Delivered at once even while the application is in the background,
+    // which it always is: an accessory application is never in front.
+    [NSDistributedNotificationCenter.defaultCenter postNotificationName:mac::nsString(mac::kActionNotice)
+                                                                 object:mac::nsString(action)
+                                                               userInfo:nil
+                                                     deliverImmediately:YES];
+    return Delivery::delivered;
+  }
 }
 
 PlayerServices makePlayerServices(SettingsStore&, const std::string&) {

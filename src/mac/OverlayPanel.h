@@ -35,6 +35,7 @@ class MacOverlayHost final : public OverlayHost {
   void setBandFrame(const Rect& frame) override;
   void setBandHidden(bool hidden) override;
   void setSecondText(const std::vector<TextLayer>& layers, const Rect& frame) override;
+  void setPanelHidden(bool hidden) override;
 
   // The panel's window-server state, for the diagnostic log line.
   PanelDiagnostics diagnostics() const;

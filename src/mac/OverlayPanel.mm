@@ -358,6 +358,14 @@ void MacOverlayHost::setSecondText(const std::vector<TextLayer>& layers, const R
   views->second.needsDisplay = YES;
 }
 
+void MacOverlayHost::setPanelHidden(bool hidden) {
+  if (hidden) {
+    [views->panel orderOut:nil];
+  } else {
+    [views->panel orderFrontRegardless];
+  }
+}
+
 PanelDiagnostics MacOverlayHost::diagnostics() const {
   SubtitlePanel* p = views->panel;
   return {p.onActiveSpace == YES,

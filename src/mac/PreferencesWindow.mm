@@ -1,6 +1,7 @@
 #import "mac/PreferencesWindow.h"
 
 #import "mac/Conversions.h"
+#include "mac/MacGlobalKeys.h"
 #include "ui/Preferences.h"
 
 using lumerix::Controller;
@@ -23,11 +24,16 @@ namespace prefs = lumerix::prefs;
   NSTextField* _secondFontValue;
   NSPopUpButton* _secondPositionPopup;
   NSPopUpButton* _secondColorPopup;
+  NSButton* _globalBox;
+  NSPopUpButton* _chordPopup;
+  NSTextField* _globalLine;
 }
 
 - (instancetype)initWithController:(lumerix::mac::ControllerLookup)controller {
+  // Rows more than the others: the second subtitle, then the shortcuts with the chord.
   NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth,
-                                                                             prefs::windowHeight + prefs::secondRowsHeight)
+                                                                     prefs::windowHeight + prefs::secondRowsHeight +
+                                                                                              2 * (prefs::rowSpacing + 24))
                                                  styleMask:NSWindowStyleMaskTitled | NSWindowStyleMaskClosable
                                                    backing:NSBackingStoreBuffered
                                                      defer:NO];
@@ -71,6 +77,18 @@ namespace prefs = lumerix::prefs;
   }
   _secondColorPopup.target = self;
   _secondColorPopup.action = @selector(secondColorChanged:);
+  _globalBox = [NSButton checkboxWithTitle:nsString(lumerix::globalKeysCheckTitle)
+                                    target:self
+                                    action:@selector(globalChanged:)];
+  _chordPopup = [[NSPopUpButton alloc] initWithFrame:NSZeroRect pullsDown:NO];
+  for (lumerix::Chord chord : lumerix::chordChoices(lumerix::KeyNames::mac)) {
+    [_chordPopup addItemWithTitle:nsString(lumerix::chordText(chord, lumerix::KeyNames::mac))];
+  }
+  _chordPopup.target = self;
+  _chordPopup.action = @selector(chordChanged:);
+  _globalLine = [self secondaryLabel:""];
+  _globalLine.lineBreakMode = NSLineBreakByTruncatingTail;
+  [_globalLine.widthAnchor constraintLessThanOrEqualToConstant:prefs::windowWidth - 40].active = YES;
   [self buildUI];
   [self syncFromController];
   return self;
@@ -124,6 +142,8 @@ namespace prefs = lumerix::prefs;
     @[ [self rowTitle:prefs::secondFontRow.title], _secondFontSlider, _secondFontValue ],
     @[ [self rowTitle:prefs::secondPositionTitle], _secondPositionPopup, none ],
     @[ [self rowTitle:prefs::secondColorTitle], _secondColorPopup, none ],
+    @[ [self rowTitle:lumerix::globalKeysTitle], [NSStackView stackViewWithViews:@[ _globalBox, _chordPopup ]], none ],
+    @[ none, _globalLine, none ],
   ]];
   grid.rowSpacing = prefs::rowSpacing;
   grid.columnSpacing = prefs::columnSpacing;
@@ -153,6 +173,59 @@ namespace prefs = lumerix::prefs;
   [_secondPositionPopup selectItemAtIndex:values.second.position];
   [_secondColorPopup selectItemAtIndex:values.second.color];  // -1: none of ours
   [self refreshValueLabels];
+  [self syncGlobalKeys];
+}
+
+- (void)syncGlobalKeys {
+  Controller* c = _controller();
+  if (!c) return;
+  using namespace lumerix;
+  const GlobalKeySettings keys = c->globalKeySettings();
+  const auto choices = chordChoices(KeyNames::mac);
+  while (_chordPopup.numberOfItems > static_cast<NSInteger>(choices.size())) {
+    [_chordPopup removeItemAtIndex:_chordPopup.numberOfItems - 1];
+  }
+  NSInteger at = -1;
+  for (std::size_t i = 0; i < choices.size(); ++i) {
+    if (choices[i] == keys.chord) at = static_cast<NSInteger>(i);
+  }
+  // A chord written into the defaults by hand shows as itself.
+  if (at < 0) {
+    [_chordPopup addItemWithTitle:nsString(chordText(keys.chord, KeyNames::mac))];
+    at = _chordPopup.numberOfItems - 1;
+  }
+  [_chordPopup selectItemAtIndex:at];
+  mac::MacGlobalKeys* service = mac::MacGlobalKeys::current();
+  const GlobalKeysState state = service ? service->state() : GlobalKeysState::unavailable;
+  _globalBox.state = keys.enabled && state != GlobalKeysState::unavailable ? NSControlStateValueOn
+                                                                            : NSControlStateValueOff;
+  _globalBox.enabled = state != GlobalKeysState::unavailable;
+  _chordPopup.enabled = state == GlobalKeysState::active;
+  const std::vector<const GlobalAction*> none;
+  _globalLine.stringValue =
+      nsString(globalKeysLine(state, keys.chord, service ? service->refused() : none, KeyNames::mac));
+}
+
+- (void)applyGlobalKeys {
+  Controller* c = _controller();
+  if (!c) return;
+  if (lumerix::mac::MacGlobalKeys* service = lumerix::mac::MacGlobalKeys::current()) {
+    service->apply(c->globalKeySettings());
+  }
+  [self syncGlobalKeys];
+}
+
+- (void)globalChanged:(NSButton*)sender {
+  if (Controller* c = _controller()) c->setGlobalShortcuts(sender.state == NSControlStateValueOn);
+  [self applyGlobalKeys];
+}
+
+- (void)chordChanged:(NSPopUpButton*)sender {
+  const auto choices = lumerix::chordChoices(lumerix::KeyNames::mac);
+  const NSInteger i = sender.indexOfSelectedItem;
+  if (i < 0 || static_cast<std::size_t>(i) >= choices.size()) return;
+  if (Controller* c = _controller()) c->setGlobalChord(choices[static_cast<std::size_t>(i)]);
+  [self applyGlobalKeys];
 }
 
 - (void)refreshValueLabels {

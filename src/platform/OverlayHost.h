@@ -79,6 +79,9 @@ class OverlayHost {
     (void)layers;
     (void)frame;
   }
+  // The whole panel out of sight and back, where it was; a host that cannot
+  // hide it ignores this.
+  virtual void setPanelHidden(bool) {}
 };
 
 // A panel that shows nothing: for programs and benchmarks without a screen.

@@ -6,8 +6,8 @@
 # is a layer surface (not a window sway manages), that mpv stays full
 # screen, that the bar comes back when its monitor goes away and starts on
 # the monitor its saved place is on, that a second subtitle's line reads
-# under the first's, and that GTK and the libraries print
-# no CRITICAL. sway refuses to
+# under the first's, that `lumerix --do` reaches it, and that GTK and the
+# libraries print no CRITICAL. sway refuses to
 # run as root: as root, this runs itself again as the unprivileged user
 # lumerix-e2e (made here when missing).
 # Usage: tests/gui/run-sway.sh [BUILD_DIR]   (default: build)
@@ -69,6 +69,11 @@ check "the cue reads above the full-screen mpv" eventually 30 cue_on_screen
 check "the second subtitle's line reads under it" eventually 30 both_on_screen
 check "mpv stays full screen" fullscreen_mpv
 check "the bar is a layer surface, not a window sway manages" bash -c "! swaymsg -t get_tree | grep -q '\"name\": \"Lumerix\"'"
+# No global shortcuts on sway: a key bound to `lumerix --do` is the way.
+check "lumerix --do offset-0.1 exits 0" "$build/lumerix" --do offset-0.1
+sleep 0.5
+check "--do moves the timing by -0.1 s (side file)" python3 -c \
+  'import json, sys; sys.exit(abs(json.load(open(sys.argv[1]))["offset"] + 0.1) > 1e-9)' "$work/clip.srt.sync.json"
 kill "$lumerix"
 wait "$lumerix"
 status=$?
