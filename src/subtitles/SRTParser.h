@@ -51,7 +51,8 @@ class SRTParser {
   static Result<std::vector<Cue>, SRTParseError> parseBytes(std::string bytes);
 
   // The cues of decoded text with "\n" line ends. Texts longer than
-  // splitAbove bytes are read in two halves on two threads.
+  // splitAbove bytes are read in two halves on two threads. In a text that
+  // begins "WEBVTT", character references in cue text are decoded.
   static std::vector<Cue> parseDecoded(std::string_view text, std::size_t splitAbove = 8 << 20);
 
  private:
