@@ -431,11 +431,13 @@ TEST(ControllerLoading, DroppedAndChosenFilesTurnAutoPickOnForTheNextTrack) {
   EXPECT_FALSE(r.s().autoPick);
   EXPECT_EQ(Controller::subtitlePathFrom({"/a/notes.txt", "/a/B.SRT", "/a/c.vtt"}), "/a/B.SRT");
   EXPECT_EQ(Controller::subtitlePathFrom({"/a/notes.txt", "/a/movie.mkv"}), std::nullopt);
+  EXPECT_EQ(Controller::subtitlePathFrom({"/a/movie.mkv", "/a/Op.SSA", "/a/b.srt"}), "/a/Op.SSA");
+  EXPECT_EQ(Controller::subtitlePathFrom({"/a/x.assx", "/a/x.ass"}), "/a/x.ass");
 
   r.source->next = playingAt(10, "Episode 3");
   r.dialogs.chosenFile = path;
   r.c->handleKey(0, false, "o");
-  EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "choose:srt,vtt"));
+  EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "choose:srt,vtt,ass,ssa"));
   EXPECT_TRUE(r.s().autoPick);
   EXPECT_EQ(r.s().lastTrack, "Episode 3");
   r.dialogs.chosenFile.reset();
@@ -449,7 +451,8 @@ TEST(ControllerAutoPick, FollowsTrackChangesIntoTheSubtitleFolder) {
   Rig r;
   for (const char* name :
        {"show.s01e07.srt", "Show S1E7 720p.VTT", "x.s01e007.srt", "show.s01e17.srt", "show.s01e70.srt",
-        "show.s01e07.ass", ".show.s01e03.srt", "Show.S01E05.srt", "Show.S02E05.srt"}) {
+        "show.s01e08.ass", "show.s01e09.ssa.txt", "Show.S01E09.SSA", ".show.s01e03.srt", "Show.S01E05.srt",
+        "Show.S02E05.srt"}) {
     r.dir.write(name, kThreeCues);
   }
   r.start();
@@ -459,6 +462,10 @@ TEST(ControllerAutoPick, FollowsTrackChangesIntoTheSubtitleFolder) {
 
   r.tickAt(1, "Episode 7");
   EXPECT_EQ(r.s().subName, "Show S1E7 720p.VTT");  // "S" sorts before "s" and "x"
+  r.tickAt(1.5, "Episode 8");
+  EXPECT_EQ(r.s().subName, "show.s01e08.ass");
+  r.tickAt(1.7, "Episode 9");
+  EXPECT_EQ(r.s().subName, "Show.S01E09.SSA");  // what only ends in .txt is not a subtitle
   r.tickAt(2, "Episode 5");
   EXPECT_EQ(r.s().subName, "Show.S01E05.srt");  // the season is not compared
   r.tickAt(3, "Episode 3");

@@ -89,7 +89,8 @@ std::string helpText(bool window, bool linux) {
                      "the player's position.\n"
                      "\n";
   text += window ? "  [FILE]             show the subtitle bar, following the media player, with\n"
-                   "                     FILE (SubRip .srt or WebVTT .vtt) loaded\n"
+                   "                     FILE (SubRip .srt, WebVTT .vtt or SubStation .ass,\n"
+                   "                     .ssa) loaded\n"
                  : "  [FILE]             this build has no window: the same as --headless [FILE]\n";
   text +=
       "  --headless [FILE]  follow the media player and print, one JSON object a\n"
@@ -121,7 +122,8 @@ std::string helpText(bool window, bool linux) {
                    "                     (\"Demo S01E01\") with a bundled sample subtitle; your\n"
                    "                     settings are not touched\n";
   text +=
-      "  --dump-cues FILE   read FILE (SubRip .srt or WebVTT .vtt; UTF-8, GB 18030,\n"
+      "  --dump-cues FILE   read FILE (SubRip .srt, WebVTT .vtt or SubStation .ass,\n"
+      "                     .ssa: the dialogue of its [Events]; UTF-8, GB 18030,\n"
       "                     Big5 or ISO 8859-1) and print its cues to stdout as a\n"
       "                     JSON array of {\"start\", \"end\", \"text\"}, sorted by\n"
       "                     start, times in seconds. Exit status 1 if FILE cannot\n"

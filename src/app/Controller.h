@@ -147,7 +147,7 @@ class Controller {
   void maybeAutoPick(const std::string& track) noexcept;
   std::optional<std::string> findEpisodeSubtitle(long long episode) noexcept;
   void openFileDialog() noexcept;
-  // The first .srt or .vtt among dragged paths, in their order; a drag
+  // The first subtitle file (.srt, .vtt, .ass, .ssa) among dragged paths, in their order; a drag
   // without one is refused, with no hover feedback.
   static std::optional<std::string> subtitlePathFrom(const std::vector<std::string>& paths) noexcept;
   void fileDropped(const std::string& path) noexcept;

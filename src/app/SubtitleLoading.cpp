@@ -8,6 +8,7 @@
 #include "app/Controller.h"
 #include "app/EpisodeMatch.h"
 #include "app/SettingsKeys.h"
+#include "subtitles/FileTypes.h"
 #include "subtitles/SRTParser.h"
 #include "ui/Texts.h"
 #include "util/Files.h"
@@ -98,13 +99,12 @@ std::optional<std::string> Controller::findEpisodeSubtitle(long long episode) no
 
 void Controller::openFileDialog() noexcept {
   services.app.activate();
-  if (const auto path = services.dialogs.chooseFile({"srt", "vtt"})) fileDropped(*path);
+  if (const auto path = services.dialogs.chooseFile(filetypes::subtitleExtensionList())) fileDropped(*path);
 }
 
 std::optional<std::string> Controller::subtitlePathFrom(const std::vector<std::string>& paths) noexcept {
   for (const std::string& p : paths) {
-    const std::string ext = path::extensionLowercased(p);
-    if (ext == "srt" || ext == "vtt") return p;
+    if (filetypes::isSubtitleExtension(path::extensionLowercased(p))) return p;
   }
   return std::nullopt;
 }

@@ -10,6 +10,8 @@
 #include <system_error>
 #include <thread>
 
+#include "subtitles/AssReader.h"
+#include "subtitles/Markup.h"
 #include "util/Files.h"
 #include "util/TextDecoding.h"
 #include "util/Unicode.h"
@@ -126,49 +128,6 @@ std::optional<Timing> findTiming(std::string_view line) {
     p = runEnd;
   }
   return std::nullopt;
-}
-
-// Removes every match of `<[^>]+>`, left to right, in one pass, in place.
-void removeHtmlTags(std::string& s) {
-  std::size_t w = 0, i = 0;
-  auto keep = [&](std::size_t from, std::size_t to) {
-    if (w != from) std::memmove(s.data() + w, s.data() + from, to - from);
-    w += to - from;
-  };
-  for (;;) {
-    const std::size_t lt = s.find('<', i);
-    if (lt == std::string::npos) break;
-    const std::size_t gt = s.find('>', lt + 1);
-    if (gt == std::string::npos) break;  // no later '<' can close either
-    if (gt == lt + 1) {                  // "<>" is text, not a tag
-      keep(i, gt);
-      i = gt;
-      continue;
-    }
-    keep(i, lt);
-    i = gt + 1;
-  }
-  keep(i, s.size());
-  s.resize(w);
-}
-
-// Removes every match of `\{[^}]*\}` (ASS override blocks such as {\an8}), in place.
-void removeAssTags(std::string& s) {
-  std::size_t w = 0, i = 0;
-  auto keep = [&](std::size_t from, std::size_t to) {
-    if (w != from) std::memmove(s.data() + w, s.data() + from, to - from);
-    w += to - from;
-  };
-  for (;;) {
-    const std::size_t open = s.find('{', i);
-    if (open == std::string::npos) break;
-    const std::size_t close = s.find('}', open + 1);
-    if (close == std::string::npos) break;
-    keep(i, open);
-    i = close + 1;
-  }
-  keep(i, s.size());
-  s.resize(w);
 }
 
 bool isBlank(std::string_view line) {
@@ -306,8 +265,8 @@ std::string cueText(std::string_view rest, bool webVtt) {
   // would have ended the block), and trimming takes it: the text is the
   // rest as it stands.
   std::string text(unicode::trim(rest, unicode::isWhitespaceOrLineEnd));
-  if (text.find('<') != std::string::npos) removeHtmlTags(text);
-  if (text.find('{') != std::string::npos) removeAssTags(text);
+  if (text.find('<') != std::string::npos) markup::removeHtmlTags(text);
+  if (text.find('{') != std::string::npos) markup::removeOverrideBlocks(text);
   if (webVtt) decodeCharacterReferences(text);
   return text;
 }
@@ -413,6 +372,7 @@ std::optional<std::pair<std::size_t, std::size_t>> blockBoundaryAfter(std::strin
 }  // namespace
 
 std::vector<Cue> SRTParser::parseDecoded(std::string_view text, std::size_t splitAbove) {
+  if (ass::isScript(text)) return ass::readScript(text, splitAbove);
   // SubRip text is shown as written; only WebVTT escapes its ampersands.
   const bool webVtt = text.starts_with("WEBVTT");
   // A whole season in one file: read its two halves side by side. Both end

@@ -32,8 +32,10 @@ std::string describe(const SubtitleReadError& error);
 
 // Reads SubRip and WebVTT files with one tolerant grammar: blank-line
 // separated blocks, a block is a cue when one of its lines carries a timing
-// range, and everything else is skipped without complaint. Stateless; safe
-// to call from any thread.
+// range, and everything else is skipped without complaint. A text that
+// opens with "[Script Info]" is an (Advanced) SubStation script and is read
+// by its own rules instead (subtitles/AssReader.h). Stateless; safe to call
+// from any thread.
 class SRTParser {
  public:
   SRTParser() = delete;
