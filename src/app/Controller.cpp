@@ -268,6 +268,7 @@ void Controller::saveCalibration() noexcept {
   if (!s.subPath) return;
   nlohmann::json side = {{"offset", std::round(s.offset * 1000) / 1000},
                          {"scale", std::round(s.scale * 1000000) / 1000000}};
+  if (s.encodingChoice) side["encoding"] = *s.encodingChoice;
   writeFileAtomically(*s.subPath + ".sync.json", side.dump());  // failures are not the user's problem now
 }
 
@@ -411,7 +412,7 @@ prefs::Values Controller::preferenceValues() const noexcept {
   // A value written by hand (defaults write) may be anything: the window
   // offers two choices, and anything but the band draws as the outline.
   return {s.fontSize, s.strokeWidth, s.alpha, s.bgMode == 1 ? 1 : 0,
-          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder))};
+          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder)), fallbackEncodingIndex()};
 }
 
 // The sliders' ranges are the limits here: values are stored as given.
@@ -449,8 +450,13 @@ bool Controller::chooseSubtitleFolder() noexcept {
 // ---- menu and dialogs --------------------------------------------------------------
 
 void Controller::perform(MenuAction action) noexcept {
+  if (const auto choice = reopenEncodingChoice(action)) {
+    performEncodingChoice(*choice);
+    return;
+  }
   switch (action) {
     case MenuAction::none:
+    case MenuAction::reopenEncoding:  // taken above
       break;
     case MenuAction::open:
       openFileDialog();

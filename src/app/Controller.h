@@ -72,6 +72,8 @@ class Controller {
     std::vector<double> starts;
     std::optional<std::string> subPath;
     std::string subName;  // last component of subPath
+    std::string subEncoding;                    // what the loaded file was read in ("UTF-8", "windows-1251", ...)
+    std::optional<std::string> encodingChoice;  // the user's for this file, kept in its side file
     bool autoPick = true;
     double offset = 0;
     double scale = 1.0;
@@ -117,7 +119,7 @@ class Controller {
   const State& state() const { return s; }
   const Conventions& platformConventions() const { return conventions; }
   // The menu-bar item's menu, in this platform's words.
-  std::vector<MenuItem> menu() const { return statusMenu(conventions.texts, conventions.menu); }
+  std::vector<MenuItem> menu() const;
   SyncSource& source() { return *sync; }
 
   void tick() noexcept;
@@ -153,6 +155,15 @@ class Controller {
   void fileDropped(const std::string& path) noexcept;
   void menuAutoPick() noexcept;
   void applySubtitleFolder(const std::string& folder) noexcept;
+  // "Reopen with Encoding": reads the loaded file again in the named
+  // encoding (empty: guessed) and remembers the choice in its side file.
+  void reopenWithEncoding(const std::string& name) noexcept;
+  // The preferences' encoding for unsure guesses; empty: none. As the
+  // pop-up shows it: "Automatic", then the encodings by language.
+  void setFallbackEncoding(const std::string& name) noexcept;
+  static std::vector<std::string> fallbackEncodingItems();
+  long long fallbackEncodingIndex() const noexcept;
+  void setFallbackEncodingIndex(long long index) noexcept;
 
   // Panel events: the pointer (or an accepted drag) entering or leaving,
   // the panel becoming or ceasing to be the key window, a new size.
@@ -192,6 +203,7 @@ class Controller {
   void planExtraTick(double position, const double* nextStart, const Cue* shown);
   void updateFrameVisibility();
   void showHint(std::string_view text);
+  void performEncodingChoice(std::size_t index) noexcept;
   void setStatus(std::string_view text);
   bool showNextNote();
   double now() const { return services.clock.uptime(); }

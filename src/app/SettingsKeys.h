@@ -11,6 +11,8 @@ inline constexpr const char* didOnboard = "DidOnboard";          // bool: the fi
 inline constexpr const char* debugLog = "DebugLog";              // bool, set by hand: the PXDBG line
 inline constexpr const char* subtitleFolder = "SubtitleFolder";  // string: where the next episode is looked for
 inline constexpr const char* targetPlayer = "TargetPlayer";      // string, Linux: the MPRIS player to follow
+// string: the encoding read when the guess is unsure; unset or empty: none
+inline constexpr const char* fallbackEncoding = "FallbackEncoding";
 // The panel's frame, saved and restored by the shell under this name.
 inline constexpr const char* panelFrame = "LumerixPanel";
 

@@ -8,6 +8,7 @@
 #include "app/Controller.h"
 #include "app/EpisodeMatch.h"
 #include "app/SettingsKeys.h"
+#include "subtitles/Encodings.h"
 #include "subtitles/FileTypes.h"
 #include "subtitles/SRTParser.h"
 #include "ui/Texts.h"
@@ -21,25 +22,35 @@ namespace lumerix {
 
 namespace {
 
-// The side file's offset and scale, when it holds a JSON object of numbers only.
-std::optional<std::pair<double, double>> readTiming(const std::string& sidePath) {
+struct SideFile {
+  double offset = 0;
+  double scale = 1.0;
+  std::optional<std::string> encoding;
+};
+
+// The side file, when it holds a JSON object of numbers only, but for its
+// "encoding", a string.
+std::optional<SideFile> readSideFile(const std::string& sidePath) {
   std::string text;
   if (!readWholeFile(sidePath, text)) return std::nullopt;
   if (!json::nestingWithin(text, json::maxNesting)) return std::nullopt;
   const auto json = nlohmann::json::parse(text, nullptr, false);
   if (!json.is_object()) return std::nullopt;
   for (const auto& [key, value] : json.items()) {
-    if (!value.is_number()) return std::nullopt;
+    if (key == "encoding" ? !value.is_string() : !value.is_number()) return std::nullopt;
   }
-  return std::pair{json.value("offset", 0.0), json.value("scale", 1.0)};
+  SideFile side{json.value("offset", 0.0), json.value("scale", 1.0), std::nullopt};
+  if (json.contains("encoding")) side.encoding = json["encoding"].get<std::string>();
+  return side;
 }
 
 // A file too big for memory is a failed load like any other, not the end
 // of the program.
-Result<std::vector<Cue>, SubtitleReadError> parseGuarded(const std::string& path) noexcept {
-  using R = Result<std::vector<Cue>, SubtitleReadError>;
+Result<SubtitleFile, SubtitleReadError> readGuarded(const std::string& path,
+                                                    const encoding::Preference& preference) noexcept {
+  using R = Result<SubtitleFile, SubtitleReadError>;
   try {
-    return SRTParser::parse(path);
+    return SRTParser::read(path, preference);
   } catch (const std::bad_alloc&) {
   } catch (const std::length_error&) {
   }
@@ -49,13 +60,21 @@ Result<std::vector<Cue>, SubtitleReadError> parseGuarded(const std::string& path
 }  // namespace
 
 void Controller::loadSubtitle(const std::string& path) noexcept {
-  auto parsed = parseGuarded(path);
+  // The side file first: it may say which encoding the user chose.
+  const auto side = readSideFile(path + ".sync.json");
+  encoding::Preference preference;
+  if (side && side->encoding) preference.chosen = *side->encoding;
+  preference.fallback = services.defaults.stringFor(keys::fallbackEncoding).value_or("");
+  auto parsed = readGuarded(path, preference);
   if (!parsed) {
     // The previous file, its timing and the folder all stay in force.
     showHint("Failed to load: " + describe(parsed.error()));
     return;
   }
-  s.cues = std::move(parsed).value();
+  SubtitleFile file = std::move(parsed).value();
+  s.cues = std::move(file.cues);
+  s.subEncoding = std::move(file.encoding);
+  s.encodingChoice = side ? side->encoding : std::nullopt;
   s.starts.clear();
   for (const Cue& cue : s.cues) s.starts.push_back(cue.start);
   s.subPath = path;
@@ -65,12 +84,19 @@ void Controller::loadSubtitle(const std::string& path) noexcept {
   s.offset = 0;
   s.scale = 1.0;
   services.defaults.set(keys::subtitleFolder, path::parent(path));
-  if (auto timing = readTiming(path + ".sync.json")) std::tie(s.offset, s.scale) = *timing;
+  if (side) std::tie(s.offset, s.scale) = std::pair{side->offset, side->scale};
   char suffix[96] = "";
   if (s.offset != 0 || s.scale != 1.0) {
     cFormatInto(suffix, sizeof suffix, " (restored offset %+.2fs, rate %.4f)", s.offset, s.scale);
   }
-  showHint("Loaded " + s.subName + " · " + std::to_string(s.cues.size()) + " cues" + suffix);
+  // What was read in an encoding other than UTF-8 says which, so that a
+  // wrong guess is seen and can be corrected from the menu.
+  const std::string encodingNote = s.subEncoding == "UTF-8" ? "" : " · " + encoding::displayName(s.subEncoding);
+  if (s.cues.empty()) {
+    showHint("No subtitles found in " + s.subName + encodingNote);
+    return;
+  }
+  showHint("Loaded " + s.subName + " · " + std::to_string(s.cues.size()) + " cues" + encodingNote + suffix);
 }
 
 void Controller::maybeAutoPick(const std::string& track) noexcept {

@@ -13,7 +13,6 @@
 #include "subtitles/AssReader.h"
 #include "subtitles/Markup.h"
 #include "util/Files.h"
-#include "util/TextDecoding.h"
 #include "util/Unicode.h"
 
 namespace lumerix {
@@ -421,53 +420,35 @@ std::string describe(const SubtitleReadError& error) {
   return std::string(describe(std::get<SRTParseError>(error)));
 }
 
-namespace {
-
-// UTF-8 checked in two halves at once when there is a lot of it; the cut
-// falls on an ASCII byte, so no sequence spans it.
-bool isValidUtf8Quickly(std::string_view bytes) {
-  std::size_t cut = bytes.size() / 2;
-  while (cut < bytes.size() && static_cast<unsigned char>(bytes[cut]) >= 0x80) ++cut;
-  if (bytes.size() < (8 << 20) || cut == bytes.size()) return unicode::isValidUtf8(bytes);
-  bool secondValid = false;
-  try {
-    std::thread second([&] { secondValid = unicode::isValidUtf8(bytes.substr(cut)); });
-    const bool firstValid = unicode::isValidUtf8(bytes.substr(0, cut));
-    second.join();
-    return firstValid && secondValid;
-  } catch (const std::system_error&) {
-    return unicode::isValidUtf8(bytes);
-  }
-}
-
-}  // namespace
-
-std::optional<std::string> SRTParser::decode(std::string bytes) {
-  if (isValidUtf8Quickly(bytes)) {
-    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.erase(0, 3);
-    return bytes;
-  }
-  for (const char* encoding : {"GB18030", "BIG5", "ISO-8859-1"}) {
-    if (auto text = convertToUtf8(bytes, encoding)) return text;
-  }
-  return std::nullopt;
+Result<SubtitleFile, SRTParseError> SRTParser::readBytes(std::string bytes, const encoding::Preference& preference) {
+  auto text = encoding::decode(std::move(bytes), preference);
+  if (!text) return Result<SubtitleFile, SRTParseError>::failure(SRTParseError::unreadable);
+  SubtitleFile file{parseDecoded(normaliseLineEnds(std::move(text->text))), std::move(text->name)};
+  return Result<SubtitleFile, SRTParseError>::success(std::move(file));
 }
 
 Result<std::vector<Cue>, SRTParseError> SRTParser::parseBytes(std::string bytes) {
-  auto text = decode(std::move(bytes));
-  if (!text) return Result<std::vector<Cue>, SRTParseError>::failure(SRTParseError::unreadable);
-  return Result<std::vector<Cue>, SRTParseError>::success(parseDecoded(normaliseLineEnds(std::move(*text))));
+  auto file = readBytes(std::move(bytes));
+  if (!file) return Result<std::vector<Cue>, SRTParseError>::failure(file.error());
+  return Result<std::vector<Cue>, SRTParseError>::success(std::move(std::move(file).value().cues));
 }
 
-Result<std::vector<Cue>, SubtitleReadError> SRTParser::parse(const std::string& path) {
-  using R = Result<std::vector<Cue>, SubtitleReadError>;
+Result<SubtitleFile, SubtitleReadError> SRTParser::read(const std::string& path, const encoding::Preference& preference) {
+  using R = Result<SubtitleFile, SubtitleReadError>;
   std::string bytes;
   if (auto problem = readRegularFile(path, bytes, maxFileBytes)) {
     return R::failure(FileReadError{problem->code, std::move(problem->description)});
   }
-  auto cues = parseBytes(std::move(bytes));
-  if (!cues) return R::failure(cues.error());
-  return R::success(std::move(cues).value());
+  auto file = readBytes(std::move(bytes), preference);
+  if (!file) return R::failure(file.error());
+  return R::success(std::move(file).value());
+}
+
+Result<std::vector<Cue>, SubtitleReadError> SRTParser::parse(const std::string& path) {
+  using R = Result<std::vector<Cue>, SubtitleReadError>;
+  auto file = read(path);
+  if (!file) return R::failure(file.error());
+  return R::success(std::move(std::move(file).value().cues));
 }
 
 }  // namespace lumerix

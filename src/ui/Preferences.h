@@ -30,6 +30,10 @@ inline constexpr std::string_view backgroundItems[] = {"Transparent + outline", 
 inline constexpr std::string_view folderTitle = "Subtitle folder";
 inline constexpr std::string_view folderInitial = "—";
 inline constexpr std::string_view chooseTitle = "Choose…";
+// The encoding read when the guess is unsure: "Automatic", then the
+// encodings by language (Controller::fallbackEncodingItems()).
+inline constexpr std::string_view fallbackEncodingTitle = "Fallback encoding";
+inline constexpr std::string_view automaticEncodingTitle = "Automatic";
 // Linux: a check box that adds Lumerix to the desktop's autostart.
 inline constexpr std::string_view startAtLoginTitle = "Start at Login";
 
@@ -49,6 +53,7 @@ struct Values {
   double alpha = 0;
   long long bgMode = 0;  // the pop-up's index
   std::string folder;    // the folder label's text
+  long long fallbackEncoding = 0;  // the pop-up's index
 };
 
 }  // namespace lumerix::prefs
