@@ -13,6 +13,7 @@ namespace prefs = lumerix::prefs;
   NSSlider* _strokeSlider;
   NSSlider* _alphaSlider;
   NSPopUpButton* _bgPopup;
+  NSPopUpButton* _encodingPopup;
   NSTextField* _folderLabel;
   NSTextField* _fontValue;
   NSTextField* _strokeValue;
@@ -20,7 +21,9 @@ namespace prefs = lumerix::prefs;
 }
 
 - (instancetype)initWithController:(lumerix::mac::ControllerLookup)controller {
-  NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth, prefs::windowHeight)
+  // One row more than the five: the fallback encoding.
+  const double height = prefs::windowHeight + prefs::rowSpacing + 26;
+  NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth, height)
                                                  styleMask:NSWindowStyleMaskTitled | NSWindowStyleMaskClosable
                                                    backing:NSBackingStoreBuffered
                                                      defer:NO];
@@ -36,6 +39,10 @@ namespace prefs = lumerix::prefs;
   for (std::string_view item : prefs::backgroundItems) [_bgPopup addItemWithTitle:nsString(item)];
   _bgPopup.target = self;
   _bgPopup.action = @selector(bgChanged:);
+  _encodingPopup = [[NSPopUpButton alloc] initWithFrame:NSZeroRect pullsDown:NO];
+  for (const std::string& item : Controller::fallbackEncodingItems()) [_encodingPopup addItemWithTitle:nsString(item)];
+  _encodingPopup.target = self;
+  _encodingPopup.action = @selector(encodingChanged:);
   _folderLabel = [self secondaryLabel:prefs::folderInitial];
   _folderLabel.lineBreakMode = NSLineBreakByTruncatingMiddle;
   [_folderLabel setContentCompressionResistancePriority:NSLayoutPriorityDefaultLow
@@ -86,6 +93,7 @@ namespace prefs = lumerix::prefs;
     @[ [self rowTitle:prefs::strokeRow.title], _strokeSlider, _strokeValue ],
     @[ [self rowTitle:prefs::alphaRow.title], _alphaSlider, _alphaValue ],
     @[ [self rowTitle:prefs::backgroundTitle], _bgPopup, none ],
+    @[ [self rowTitle:prefs::fallbackEncodingTitle], _encodingPopup, none ],
     @[ [self rowTitle:prefs::folderTitle], [NSStackView stackViewWithViews:@[ _folderLabel, choose ]], none ],
   ]];
   grid.rowSpacing = prefs::rowSpacing;
@@ -109,6 +117,7 @@ namespace prefs = lumerix::prefs;
   _strokeSlider.doubleValue = values.strokeWidth;
   _alphaSlider.doubleValue = values.alpha;
   [_bgPopup selectItemAtIndex:values.bgMode];
+  [_encodingPopup selectItemAtIndex:values.fallbackEncoding];
   _folderLabel.stringValue = nsString(values.folder);
   [self refreshValueLabels];
 }
@@ -136,6 +145,10 @@ namespace prefs = lumerix::prefs;
 
 - (void)bgChanged:(NSPopUpButton*)sender {
   if (Controller* c = _controller()) c->setBgMode(sender.indexOfSelectedItem);
+}
+
+- (void)encodingChanged:(NSPopUpButton*)sender {
+  if (Controller* c = _controller()) c->setFallbackEncodingIndex(sender.indexOfSelectedItem);
 }
 
 - (void)chooseFolder:(id)sender {
