@@ -73,18 +73,21 @@ std::optional<ClockFields> readClock(std::string_view s, std::size_t& i, bool la
   std::size_t at = i;
   const std::size_t lead = countDigits(s, at, 2);
   if (lead < 1 || lead > 2 || at + lead >= s.size() || s[at + lead] != ':') return std::nullopt;
-  // Hours when a second "dd:" follows; otherwise the lead is the minutes.
-  if (countDigits(s, at + lead + 1, 2) == 2 && at + lead + 3 < s.size() && s[at + lead + 3] == ':') {
-    f.hours = digitsValue(s, at, lead);
-    at += lead + 1;
-  } else if (lead != 2) {
+  at += lead + 1;
+  if (countDigits(s, at, 2) != 2 || at + 2 >= s.size()) return std::nullopt;
+  const int first = digitsValue(s, at - lead - 1, lead), second = digitsValue(s, at, 2);
+  if (s[at + 2] == ':') {  // hours, minutes, then the seconds
+    f.hours = first;
+    f.minutes = second;
+    at += 3;
+    if (countDigits(s, at, 2) != 2 || at + 2 >= s.size() || (s[at + 2] != ',' && s[at + 2] != '.')) return std::nullopt;
+    f.seconds = digitsValue(s, at, 2);
+  } else if (lead == 2 && (s[at + 2] == ',' || s[at + 2] == '.')) {  // no hours
+    f.minutes = first;
+    f.seconds = second;
+  } else {
     return std::nullopt;
   }
-  if (countDigits(s, at, 2) != 2 || at + 2 >= s.size() || s[at + 2] != ':') return std::nullopt;
-  f.minutes = digitsValue(s, at, 2);
-  at += 3;
-  if (countDigits(s, at, 2) != 2 || at + 2 >= s.size() || (s[at + 2] != ',' && s[at + 2] != '.')) return std::nullopt;
-  f.seconds = digitsValue(s, at, 2);
   at += 3;
   std::size_t n = countDigits(s, at, 3);
   if (n < 1 || (!lastOnLine && n > 3)) return std::nullopt;
