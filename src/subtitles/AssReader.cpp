@@ -15,6 +15,7 @@
 
 #include "subtitles/Markup.h"
 #include "util/Files.h"
+#include "util/Numbers.h"
 #include "util/Unicode.h"
 
 namespace lumerix::ass {
@@ -73,7 +74,9 @@ bool isDigit(char c) {
 // as a decimal fraction (".5" and ".500" are both half a second). The value
 // is the double nearest the written decimal, so 0:00:01.23 reads as 1.23.
 std::optional<double> readTime(std::string_view field) {
-  const std::string_view t = trimSpaces(field);
+  // Times are nearly always written tight: trim only when they are not.
+  const bool tight = !field.empty() && isDigit(field.front()) && isDigit(field.back());
+  const std::string_view t = tight ? field : trimSpaces(field);
   std::size_t i = 0;
   while (i < t.size() && isDigit(t[i])) ++i;
   const std::size_t hourDigits = i;
@@ -88,12 +91,10 @@ std::optional<double> readTime(std::string_view field) {
   if (!std::all_of(fraction.begin(), fraction.end(), isDigit)) return std::nullopt;  // also not empty: size checked
   if (hourDigits > 12) {
     // Past any film, but still a time: near enough is exact enough.
-    double hours = 0;
-    if (std::from_chars(t.data(), t.data() + hourDigits, hours).ec != std::errc()) return std::nullopt;
-    double rest = 0;
-    const std::string decimal = "0." + std::string(fraction);
-    std::from_chars(decimal.data(), decimal.data() + decimal.size(), rest);
-    const double value = hours * 3600 + minutes * 60 + seconds + rest;
+    const auto hours = parseDecimal(t.substr(0, hourDigits));
+    const auto rest = parseDecimal("0." + std::string(fraction));
+    if (!hours || !rest) return std::nullopt;
+    const double value = *hours * 3600 + minutes * 60 + seconds + *rest;
     if (!std::isfinite(value)) return std::nullopt;
     return value;
   }
@@ -108,22 +109,7 @@ std::optional<double> readTime(std::string_view field) {
     for (char c : fraction) scaled = scaled * 10 + (c - '0');
     return static_cast<double>(scaled) / static_cast<double>(powers[fraction.size()]);
   }
-  char small[64];
-  std::string large;
-  char* begin = small;
-  char* end;
-  if (fraction.size() + 22 <= sizeof small) {
-    end = std::to_chars(small, small + 21, whole).ptr;
-    *end++ = '.';
-    end = std::copy(fraction.begin(), fraction.end(), end);
-  } else {
-    large = std::to_string(whole) + "." + std::string(fraction);
-    begin = large.data();
-    end = begin + large.size();
-  }
-  double value = 0;
-  std::from_chars(begin, end, value);
-  return value;
+  return parseDecimal(std::to_string(whole) + "." + std::string(fraction));
 }
 
 // A block such as {\p1} switches to vector drawing: the text is shapes,
@@ -368,7 +354,6 @@ Scan scan(std::string_view text, ScanState state, bool stopAtEvent = false) {
     out.events.reserve(text.size() / 50 + 16);
     adviseLargePages(out.events.data(), out.events.capacity() * sizeof(Cue));
   }
-  std::vector<std::string_view> fields;
   forEachLine(text, [&](std::string_view line) {
     if (line.empty()) return true;
     // Only a line that starts with '[' or a space can name a section.
@@ -380,30 +365,39 @@ Scan scan(std::string_view text, ScanState state, bool stopAtEvent = false) {
       }
     }
     if (!state.inEvents) return true;
-    if (startsIgnoringCase(line, "format:")) {
-      state.format = formatFrom(line.substr(7));
+    // Almost every line is "Dialogue: " as written; any other case and
+    // "Format:" take the slower road.
+    const bool dialogue = line.starts_with("Dialogue:") || startsIgnoringCase(line, "dialogue:");
+    if (!dialogue) {
+      if (startsIgnoringCase(line, "format:")) state.format = formatFrom(line.substr(7));
       return true;
     }
-    if (!state.format.readable || !startsIgnoringCase(line, "dialogue:")) return true;
+    if (!state.format.readable) return true;
     if (stopAtEvent) return false;
     std::string_view rest = trimLeadingSpaces(line.substr(9));
     // The fields before the text are short: a plain loop beats a search
-    // call for each of them.
-    fields.clear();
-    std::size_t from = 0;
-    for (std::size_t k = 0; fields.size() + 1 < state.format.fields; ++k) {
+    // call for each of them. Only three of them are kept.
+    const Format& f = state.format;
+    std::string_view start, end, text;
+    auto keep = [&](std::size_t index, std::string_view field) {
+      if (index == f.start) start = field;
+      if (index == f.end) end = field;
+      if (index == f.text) text = field;
+    };
+    std::size_t from = 0, index = 0;
+    for (std::size_t k = 0; index + 1 < f.fields; ++k) {
       if (k == rest.size()) return true;  // fewer fields than the format names
       if (rest[k] != ',') continue;
-      fields.push_back(rest.substr(from, k - from));
+      keep(index++, rest.substr(from, k - from));
       from = k + 1;
     }
-    fields.push_back(rest.substr(from));
-    const auto start = readTime(fields[state.format.start]);
-    if (!start) return true;
-    const auto end = readTime(fields[state.format.end]);
-    if (!end || *end < *start) return true;
-    std::string words = dialogueText(fields[state.format.text]);
-    if (!words.empty()) out.events.push_back(Cue{*start, *end, std::move(words)});
+    keep(index, rest.substr(from));
+    const auto startTime = readTime(start);
+    if (!startTime) return true;
+    const auto endTime = readTime(end);
+    if (!endTime || *endTime < *startTime) return true;
+    std::string words = dialogueText(text);
+    if (!words.empty()) out.events.push_back(Cue{*startTime, *endTime, std::move(words)});
     return true;
   });
   out.state = state;
