@@ -5,9 +5,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
-#include <exception>
 #include <system_error>
 #include <thread>
 #include <unordered_map>

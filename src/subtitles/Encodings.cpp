@@ -3,10 +3,8 @@
 #include <uchardet/uchardet.h>
 
 #include <algorithm>
-#include <memory>
 #include <system_error>
 #include <thread>
-#include <vector>
 
 #include "util/TextDecoding.h"
 #include "util/Unicode.h"
