@@ -9,11 +9,13 @@
 # and lib/ (the layout tools/macos-check takes). Needs clang-19 and lld-19.
 #
 # This is an inspection build, not one to ship: the SDK has no link stubs
-# for libSystem, libc++ and libiconv, and there is no macOS utf8proc here.
+# for libSystem, libc++ and libiconv, and there is no macOS utf8proc or
+# uchardet here.
 # The executables load libSystem, libc++ and libiconv by their real install
 # names (from the export-less stubs written below), and every symbol no SDK
-# stub exports is left to -undefined dynamic_lookup: utf8proc's included,
-# which a Mac build links statically. Nothing here is signed: codesign does
+# stub exports is left to -undefined dynamic_lookup: utf8proc's and
+# uchardet's included, which a Mac build links statically (Homebrew's
+# libutf8proc.a and libuchardet.a). Nothing here is signed: codesign does
 # not run on Linux.
 
 set(CMAKE_SYSTEM_NAME Darwin)
@@ -75,7 +77,7 @@ else()
 
   # Header-only and header parts of the host's libraries, and only those:
   # the host's include folder itself must not reach a macOS compile.
-  file(COPY /usr/include/nlohmann /usr/include/utf8proc.h DESTINATION "${root}/deps/include")
+  file(COPY /usr/include/nlohmann /usr/include/utf8proc.h /usr/include/uchardet DESTINATION "${root}/deps/include")
   file(GLOB_RECURSE json_headers /usr/include/nlohmann/*.hpp)
   set(json_version "")
   foreach(part MAJOR MINOR PATCH)
@@ -134,6 +136,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(nlohmann_json_DIR "${root}/deps/nlohmann_json" CACHE PATH "")
 set(UTF8PROC_INCLUDE_DIR "${root}/deps/include" CACHE PATH "")
 set(UTF8PROC_LIBRARY "-Wl,-undefined,dynamic_lookup" CACHE STRING "")
+set(UCHARDET_INCLUDE_DIR "${root}/deps/include" CACHE PATH "")
+set(UCHARDET_LIBRARY "-Wl,-undefined,dynamic_lookup" CACHE STRING "")
 set(Iconv_IS_BUILT_IN FALSE CACHE BOOL "")
 set(Iconv_INCLUDE_DIR "${root}/usr/include" CACHE PATH "")
 set(Iconv_LIBRARY "${root}/usr/lib/libiconv.tbd" CACHE FILEPATH "")

@@ -137,7 +137,8 @@ TEST(CommandLineProgram, HelpVersionAndUsageErrors) {
 }
 
 TEST(CommandLineProgram, DumpCuesPrintsExactlyWhatTheReaderReads) {
-  for (const char* name : {"episode.srt", "lecture.vtt", "gb18030.srt", "malformed.srt", "empty.srt"}) {
+  for (const char* name : {"episode.srt", "lecture.vtt", "web.vtt", "gb18030.srt", "malformed.srt", "empty.srt",
+                           "night-train.ass", "night-train.ssa"}) {
     auto run = lumerix("--dump-cues '" + test::fixture(name) + "'");
     ASSERT_EQ(run.status, 0) << name << run.err;
     EXPECT_EQ(run.err, "");

@@ -122,7 +122,9 @@ class RecordingDialogs : public Dialogs, public AppServices {
     return a;
   }
   std::optional<std::string> chooseFile(const std::vector<std::string>& ext) override {
-    calls.push_back("choose:" + ext.at(0) + "," + ext.at(1));
+    std::string list;
+    for (const std::string& e : ext) list += (list.empty() ? "" : ",") + e;
+    calls.push_back("choose:" + list);
     return chosenFile;
   }
   std::optional<std::string> chooseFolder() override {

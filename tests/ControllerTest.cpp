@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "CommaLocale.h"
 #include "ControllerFakes.h"
@@ -392,6 +393,13 @@ TEST(ControllerLoading, SideFilesRestoreTimingWhenWellFormed) {
       {R"({"offset":"1.25","scale":1.04})", "Loaded Show.S01E02.srt · 3 cues"},  // one non-number spoils it
       {R"({"offset":true})", "Loaded Show.S01E02.srt · 3 cues"},
       {R"([1.5, 1.04])", "Loaded Show.S01E02.srt · 3 cues"},
+      // The file's chosen encoding sits beside the timing (and is named in a
+      // note of its own, the hint being long enough with the timing).
+      {R"({"offset":1.25,"encoding":"windows-1252"})",
+       "Loaded Show.S01E02.srt · 3 cues (restored offset +1.25s, rate 1.0000)"},
+      {R"({"offset":1.25,"encoding":7})", "Loaded Show.S01E02.srt · 3 cues"},
+      {R"({"offset":1.25,"encoding":"no-such-encoding"})",
+       "Loaded Show.S01E02.srt · 3 cues (restored offset +1.25s, rate 1.0000)"},
       {"{not json", "Loaded Show.S01E02.srt · 3 cues"},
   };
   const std::string path = r.file("Show.S01E02.srt", kThreeCues);
@@ -424,6 +432,92 @@ TEST(ControllerLoading, SideFilesRestoreTimingWhenWellFormed) {
   EXPECT_EQ(files, 2);  // the subtitle and its side file
 }
 
+std::string fixtureBytes(const std::string& name) {
+  std::string bytes;
+  EXPECT_TRUE(readWholeFile(std::string(LUMERIX_FIXTURES) + "/" + name, bytes)) << name;
+  return bytes;
+}
+
+nlohmann::json sideFileOf(const std::string& path) {
+  std::string text;
+  return readWholeFile(path + ".sync.json", text) ? nlohmann::json::parse(text) : nlohmann::json();
+}
+
+TEST(ControllerLoading, AWrongGuessCorrectedByTheUserStaysCorrected) {
+  Rig r;
+  const std::string path = r.file("pl.srt", fixtureBytes("encodings/pl-windows-1250.srt"));
+  r.start();
+  r.c->loadSubtitle(path);
+  EXPECT_EQ(r.host.status, "Loaded pl.srt · 2 cues · Windows-1250");
+  EXPECT_EQ(r.s().cues.at(0).text, "Zażółć gęślą jaźń. Dziękuję bardzo, do zobaczenia jutro.");
+
+  // The menu offers the encodings beside the file commands; a choice that
+  // cannot read the file changes nothing.
+  const auto menu = r.c->menu();
+  ASSERT_EQ(menu.at(2).title, "Reopen with Encoding");
+  const auto& encodings = menu.at(2).submenu;
+  ASSERT_GT(encodings.size(), 20u);
+  EXPECT_EQ(encodings.at(0).title, "Automatic");
+  EXPECT_TRUE(encodings.at(1).separator());
+  EXPECT_EQ(encodings.at(2).title, "Unicode (UTF-8)");
+  r.c->perform(encodings.at(2).action);
+  EXPECT_EQ(r.host.status, "pl.srt cannot be read as UTF-8");
+  EXPECT_EQ(r.s().subEncoding, "windows-1250");
+  EXPECT_TRUE(sideFileOf(path).is_null());
+
+  // Say it is Windows-1251: read so, remembered beside the timing, kept by
+  // every later save of the timing and by a restart.
+  r.c->bumpOffset(0.5);
+  r.c->reopenWithEncoding("windows-1251");
+  EXPECT_EQ(r.host.status, "Loaded pl.srt · 2 cues (restored offset +0.50s, rate 1.0000)");
+  r.expireHint();  // the encoding follows the hint
+  r.tickAt(std::nullopt);
+  EXPECT_EQ(r.host.status, "pl.srt read as Windows-1251 — another: Reopen with Encoding");
+  EXPECT_NE(r.s().cues.at(0).text.find("Za"), std::string::npos);
+  EXPECT_EQ(sideFileOf(path), nlohmann::json::parse(R"({"offset":0.5,"scale":1.0,"encoding":"windows-1251"})"));
+  r.c->bumpOffset(0.5);
+  EXPECT_EQ(sideFileOf(path)["encoding"], "windows-1251");
+  r.c->quit();
+
+  Rig again;
+  again.start(path);
+  EXPECT_EQ(again.s().subEncoding, "windows-1251");
+  EXPECT_EQ(again.s().offset, 1.0);
+  // "Automatic" forgets the choice and guesses again.
+  again.c->perform(again.c->menu().at(2).submenu.at(0).action);
+  EXPECT_EQ(again.s().subEncoding, "windows-1250");
+  EXPECT_EQ(sideFileOf(path), nlohmann::json::parse(R"({"offset":1.0,"scale":1.0})"));
+
+  Rig none;
+  none.start();
+  none.c->reopenWithEncoding("windows-1252");
+  EXPECT_EQ(none.host.status, "No subtitle loaded to reopen — press O to choose one");
+}
+
+TEST(ControllerLoading, FilesWithoutCuesAndThePreferredEncoding) {
+  Rig r;
+  r.start();
+  r.c->loadSubtitle(r.file("empty.srt", "WEBVTT\n\nNOTE nothing yet\n"));
+  EXPECT_EQ(r.host.status, "No subtitles found in empty.srt");
+  EXPECT_EQ(r.s().subPath, r.dir.path("empty.srt"));
+
+  // A few Cyrillic bytes are too little for the guess: the preference reads them.
+  const std::string path = r.file("few.srt", "1\n00:00:01,000 --> 00:00:02,000\n\xCF\xF0\xE8\xE2\xE5\xF2\n");
+  EXPECT_THAT(Controller::fallbackEncodingItems(), Contains("Cyrillic (Windows-1251)"));
+  EXPECT_EQ(Controller::fallbackEncodingItems().at(0), "Automatic");
+  const auto items = Controller::fallbackEncodingItems();
+  const auto cyrillic = std::find(items.begin(), items.end(), "Cyrillic (Windows-1251)") - items.begin();
+  r.c->setFallbackEncodingIndex(cyrillic);
+  EXPECT_EQ(r.settings.stringFor("FallbackEncoding"), "windows-1251");
+  EXPECT_EQ(r.c->preferenceValues().fallbackEncoding, cyrillic);
+  r.c->loadSubtitle(path);
+  EXPECT_EQ(r.host.status, "Loaded few.srt · 1 cues · Windows-1251");
+  EXPECT_EQ(r.s().cues.at(0).text, "Привет");
+  r.c->setFallbackEncodingIndex(0);
+  EXPECT_EQ(r.settings.stringFor("FallbackEncoding"), "");
+  EXPECT_EQ(r.c->preferenceValues().fallbackEncoding, 0);
+}
+
 TEST(ControllerLoading, DroppedAndChosenFilesTurnAutoPickOnForTheNextTrack) {
   Rig r;
   const std::string path = r.file("mine.srt", kThreeCues);
@@ -431,11 +525,13 @@ TEST(ControllerLoading, DroppedAndChosenFilesTurnAutoPickOnForTheNextTrack) {
   EXPECT_FALSE(r.s().autoPick);
   EXPECT_EQ(Controller::subtitlePathFrom({"/a/notes.txt", "/a/B.SRT", "/a/c.vtt"}), "/a/B.SRT");
   EXPECT_EQ(Controller::subtitlePathFrom({"/a/notes.txt", "/a/movie.mkv"}), std::nullopt);
+  EXPECT_EQ(Controller::subtitlePathFrom({"/a/movie.mkv", "/a/Op.SSA", "/a/b.srt"}), "/a/Op.SSA");
+  EXPECT_EQ(Controller::subtitlePathFrom({"/a/x.assx", "/a/x.ass"}), "/a/x.ass");
 
   r.source->next = playingAt(10, "Episode 3");
   r.dialogs.chosenFile = path;
   r.c->handleKey(0, false, "o");
-  EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "choose:srt,vtt"));
+  EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "choose:srt,vtt,ass,ssa"));
   EXPECT_TRUE(r.s().autoPick);
   EXPECT_EQ(r.s().lastTrack, "Episode 3");
   r.dialogs.chosenFile.reset();
@@ -449,7 +545,8 @@ TEST(ControllerAutoPick, FollowsTrackChangesIntoTheSubtitleFolder) {
   Rig r;
   for (const char* name :
        {"show.s01e07.srt", "Show S1E7 720p.VTT", "x.s01e007.srt", "show.s01e17.srt", "show.s01e70.srt",
-        "show.s01e07.ass", ".show.s01e03.srt", "Show.S01E05.srt", "Show.S02E05.srt"}) {
+        "show.s01e08.ass", "show.s01e09.ssa.txt", "Show.S01E09.SSA", ".show.s01e03.srt", "Show.S01E05.srt",
+        "Show.S02E05.srt"}) {
     r.dir.write(name, kThreeCues);
   }
   r.start();
@@ -459,6 +556,10 @@ TEST(ControllerAutoPick, FollowsTrackChangesIntoTheSubtitleFolder) {
 
   r.tickAt(1, "Episode 7");
   EXPECT_EQ(r.s().subName, "Show S1E7 720p.VTT");  // "S" sorts before "s" and "x"
+  r.tickAt(1.5, "Episode 8");
+  EXPECT_EQ(r.s().subName, "show.s01e08.ass");
+  r.tickAt(1.7, "Episode 9");
+  EXPECT_EQ(r.s().subName, "Show.S01E09.SSA");  // what only ends in .txt is not a subtitle
   r.tickAt(2, "Episode 5");
   EXPECT_EQ(r.s().subName, "Show.S01E05.srt");  // the season is not compared
   r.tickAt(3, "Episode 3");
@@ -675,8 +776,8 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
   mac.settings.set("SubtitleFolder", test::TempDir::parentOf(mac.dir.path("x")));
   mac.tickAt(1, "Show.S01E02.mkv");
   EXPECT_EQ(mac.s().subName, "Show.S01E01.srt");
-  EXPECT_EQ(mac.c->menu().at(13).title, "Grant TV Permission…");
-  EXPECT_EQ(mac.c->menu().at(12).action, MenuAction::checkUpdates);
+  EXPECT_EQ(mac.c->menu().at(14).title, "Grant TV Permission…");
+  EXPECT_EQ(mac.c->menu().at(13).action, MenuAction::checkUpdates);
   EXPECT_FALSE(mac.c->menu().at(0).plainKey);
 }
 

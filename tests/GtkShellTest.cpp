@@ -91,7 +91,8 @@ TEST(GtkDrop, TheFirstLocalSubtitleOfAUriListIsTaken) {
             "/home/me/Show S01E02.SRT");
   EXPECT_EQ(chosen("file://localhost/tmp/ep.vtt"), "/tmp/ep.vtt");
   EXPECT_EQ(chosen("file:///tmp/%E4%B8%AD%E6%96%87.srt\n"), "/tmp/中文.srt");
-  EXPECT_EQ(chosen("file:///tmp/movie.mkv\nfile:///tmp/movie.ass\n"), std::nullopt);  // refused
+  EXPECT_EQ(chosen("file:///tmp/movie.mkv\nfile:///tmp/movie.ass\n"), "/tmp/movie.ass");
+  EXPECT_EQ(chosen("file:///tmp/movie.mkv\nfile:///tmp/notes.txt\n"), std::nullopt);  // refused
   EXPECT_EQ(chosen(""), std::nullopt);
   EXPECT_THAT(localPathsFromUriList("file:///a.srt\nnot a uri\nfile:///b%2Fc.srt"), ElementsAre("/a.srt"));
 }
@@ -380,6 +381,9 @@ TEST_F(WithGtk, PreferencesShowTheControllersValuesAndWriteThroughIt) {
   EXPECT_EQ(r.host.calls.back(), "alpha:0.50");
   window.backgroundPopup().set_active(0);
   EXPECT_EQ(r.settings.integerFor("BGMode"), 0);
+  EXPECT_EQ(window.fallbackEncodingPopup().get_active_text(), "Automatic");
+  window.fallbackEncodingPopup().set_active_text("Japanese (Shift-JIS)");
+  EXPECT_EQ(r.settings.stringFor("FallbackEncoding"), "Shift_JIS");
 
   // A keyboard change shows on the next show, not before.
   r.controller.bumpFont(-2);

@@ -109,7 +109,8 @@ std::string helpText(bool window, bool linux) {
                      "the player's position.\n"
                      "\n";
   text += window ? "  [FILE]             show the subtitle bar, following the media player, with\n"
-                   "                     FILE (SubRip .srt or WebVTT .vtt) loaded\n"
+                   "                     FILE (SubRip .srt, WebVTT .vtt or SubStation .ass,\n"
+                   "                     .ssa) loaded\n"
                  : "  [FILE]             this build has no window: the same as --headless [FILE]\n";
   text +=
       "  --headless [FILE]  follow the media player and print what the bar would\n"
@@ -164,13 +165,19 @@ std::string helpText(bool window, bool linux) {
   text +=
       "\n                     Exit status 1, saying so, when no bar is running\n";
   text +=
-      "  --dump-cues FILE   read FILE (SubRip .srt or WebVTT .vtt; UTF-8, GB 18030,\n"
-      "                     Big5 or ISO 8859-1) and print its cues to stdout as a\n"
-      "                     JSON array of {\"start\", \"end\", \"text\"}, sorted by\n"
-      "                     start, times in seconds. Exit status 1 if FILE cannot\n"
-      "                     be read.\n"
+      "  --dump-cues FILE   read FILE (SubRip .srt, WebVTT .vtt or SubStation .ass,\n"
+      "                     .ssa: the dialogue of its [Events]) and print its cues\n"
+      "                     to stdout as a JSON array of {\"start\", \"end\",\n"
+      "                     \"text\"}, sorted by start, times in seconds. Exit\n"
+      "                     status 1 if FILE cannot be read.\n"
       "  -h, --help         show this help and exit\n"
       "  --version          print the version and exit\n"
+      "\n"
+      "Encodings: a byte-order mark decides (UTF-8, UTF-16, UTF-32); UTF-16 without\n"
+      "one is told by its zero bytes; valid UTF-8 is UTF-8. Anything else is\n"
+      "guessed (uchardet): the Windows code pages, KOI8-R and -U, Shift-JIS, EUC-JP,\n"
+      "CP949, GB 18030, Big5. The \"FallbackEncoding\" setting goes first when the\n"
+      "guess is unsure; the menu's Reopen with Encoding overrides it for a file.\n"
       "\n";
   if (window) {
     text +=

@@ -293,6 +293,7 @@ void Controller::saveTiming(const Timing& timing) noexcept {
   if (!timing.path) return;
   nlohmann::json side = {{"offset", std::round(timing.offset * 1000) / 1000},
                          {"scale", std::round(timing.scale * 1000000) / 1000000}};
+  if (timing.encodingChoice) side["encoding"] = *timing.encodingChoice;
   writeFileAtomically(*timing.path + ".sync.json", side.dump());  // failures are not the user's problem now
 }
 
@@ -450,7 +451,7 @@ prefs::Values Controller::preferenceValues() const noexcept {
   // A value written by hand (defaults write) may be anything: the window
   // offers two choices, and anything but the band draws as the outline.
   return {s.fontSize, s.strokeWidth, s.alpha, s.bgMode == 1 ? 1 : 0,
-          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder)), secondValues()};
+          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder)), secondValues(), fallbackEncodingIndex()};
 }
 
 // The sliders' ranges are the limits here: values are stored as given.
@@ -488,8 +489,13 @@ bool Controller::chooseSubtitleFolder() noexcept {
 // ---- menu and dialogs --------------------------------------------------------------
 
 void Controller::perform(MenuAction action) noexcept {
+  if (const auto choice = reopenEncodingChoice(action)) {
+    performEncodingChoice(*choice);
+    return;
+  }
   switch (action) {
     case MenuAction::none:
+    case MenuAction::reopenEncoding:  // taken above
       break;
     case MenuAction::open:
       openFileDialog();

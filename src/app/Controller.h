@@ -73,6 +73,7 @@ class Controller {
     int scaleIdx = 0;
     std::map<int, CalPoint> calPoints;
     std::optional<double> lastShownT;
+    std::optional<std::string> encodingChoice;  // the user's for this file, kept in its side file
   };
   // How the second is drawn; fontSize 0 follows the first's at 0.8.
   struct SecondLook {
@@ -97,6 +98,7 @@ class Controller {
     std::map<int, CalPoint>& calPoints;
     std::optional<double>& lastShownT;
     const std::optional<std::string>& path;
+    const std::optional<std::string>& encodingChoice;
   };
   // The style a layout was made under; a layout is redone when it differs.
   struct Style {
@@ -111,6 +113,8 @@ class Controller {
     std::vector<double> starts;
     std::optional<std::string> subPath;
     std::string subName;  // last component of subPath
+    std::string subEncoding;                    // what the loaded file was read in ("UTF-8", "windows-1251", ...)
+    std::optional<std::string> encodingChoice;  // the user's for this file, kept in its side file
     bool autoPick = true;
     double offset = 0;
     double scale = 1.0;
@@ -161,7 +165,7 @@ class Controller {
   const State& state() const { return s; }
   const Conventions& platformConventions() const { return conventions; }
   // The menu-bar item's menu, in this platform's words.
-  std::vector<MenuItem> menu() const { return statusMenu(conventions.texts, conventions.menu); }
+  std::vector<MenuItem> menu() const;
   SyncSource& source() { return *sync; }
 
   void tick() noexcept;
@@ -201,12 +205,21 @@ class Controller {
   void maybeAutoPick(const std::string& track) noexcept;
   std::optional<std::string> findEpisodeSubtitle(long long episode) noexcept;
   void openFileDialog() noexcept;
-  // The first .srt or .vtt among dragged paths, in their order; a drag
+  // The first subtitle file (.srt, .vtt, .ass, .ssa) among dragged paths, in their order; a drag
   // without one is refused, with no hover feedback.
   static std::optional<std::string> subtitlePathFrom(const std::vector<std::string>& paths) noexcept;
   void fileDropped(const std::string& path) noexcept;
   void menuAutoPick() noexcept;
   void applySubtitleFolder(const std::string& folder) noexcept;
+  // "Reopen with Encoding": reads the loaded file again in the named
+  // encoding (empty: guessed) and remembers the choice in its side file.
+  void reopenWithEncoding(const std::string& name) noexcept;
+  // The preferences' encoding for unsure guesses; empty: none. As the
+  // pop-up shows it: "Automatic", then the encodings by language.
+  void setFallbackEncoding(const std::string& name) noexcept;
+  static std::vector<std::string> fallbackEncodingItems();
+  long long fallbackEncodingIndex() const noexcept;
+  void setFallbackEncodingIndex(long long index) noexcept;
 
   // Panel events: the pointer (or an accepted drag) entering or leaving,
   // the panel becoming or ceasing to be the key window, a new size.
@@ -268,6 +281,7 @@ class Controller {
   void planExtraTick(double position, const double* nextStart, const Cue* shown);
   void updateFrameVisibility();
   void showHint(std::string_view text);
+  void performEncodingChoice(std::size_t index) noexcept;
   void setStatus(std::string_view text);
   bool showNextNote();
   double now() const { return services.clock.uptime(); }

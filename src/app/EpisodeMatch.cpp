@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "subtitles/FileTypes.h"
 #include "util/Path.h"
 #include "util/Unicode.h"
 
@@ -108,7 +109,7 @@ std::optional<std::string> findInFolder(const std::string& folder, long long epi
   for (const auto& [key, name] : names) {
     if (!unicode::isValidUtf8(name)) continue;
     const std::string lower = unicode::lowercased(name);
-    if (!lower.ends_with(".srt") && !lower.ends_with(".vtt")) continue;
+    if (!filetypes::hasSubtitleExtension(lower)) continue;
     if (nameMatches(lower, episode)) return path::append(folder, name);
   }
   return std::nullopt;

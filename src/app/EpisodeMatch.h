@@ -20,7 +20,7 @@ std::optional<long long> seasonEpisodeIn(std::string_view track);
 // matched case-insensitively (so the long s, U+017F, counts as "s").
 bool nameMatches(std::string_view lowercasedName, long long episode);
 
-// The .srt or .vtt file of that episode in folder: every entry is
+// The subtitle file (.srt, .vtt, .ass, .ssa) of that episode in folder: every entry is
 // considered, hidden ones too; names are tried in code-point order after
 // canonical composition, and the first match wins. Absent when the folder
 // cannot be listed or nothing matches.

@@ -11,9 +11,20 @@ std::string failedToLoad(std::string_view why) {
   return "Failed to load: " + std::string(why);
 }
 
-std::string loaded(std::string_view name, std::size_t cues, double offset, double scale) {
+std::string loaded(std::string_view name, std::size_t cues, std::string_view encoding, double offset, double scale) {
   std::string text = "Loaded " + std::string(name) + " · " + std::to_string(cues) + " cues";
+  if (!encoding.empty()) text += " · " + std::string(encoding);
   if (offset != 0 || scale != 1.0) text += cFormat(" (restored offset %+.2fs, rate %.4f)", offset, scale);
+  return text;
+}
+
+std::string readAs(std::string_view name, std::string_view encoding) {
+  return std::string(name) + " read as " + std::string(encoding) + " — another: Reopen with Encoding";
+}
+
+std::string noSubtitlesFound(std::string_view name, std::string_view encoding) {
+  std::string text = "No subtitles found in " + std::string(name);
+  if (!encoding.empty()) text += " · " + std::string(encoding);
   return text;
 }
 
@@ -74,7 +85,10 @@ std::vector<std::string> everyStatusText(const UiTexts& ui, const SourceTexts& s
       std::string(texts::needFirstPoint),
       std::string(texts::pointsTooClose),
       failedToLoad("File is too large (over 256 MiB)"),
-      loaded(file, 1234, -12.25, 1.0427),
+      loaded(file, 1234, "Windows-1251", 0, 1.0),
+      loaded(file, 1234, "", -12.25, 1.0427),
+      readAs(file, "Windows-1251"),
+      noSubtitlesFound(file, "Shift_JIS"),
       noSubtitleFor(track),
       folderSet("Show Name (2024) Season 1"),
       timingOffset(-123.4),

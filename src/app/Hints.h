@@ -14,7 +14,10 @@ namespace lumerix::hints {
 
 std::string failedToLoad(std::string_view why);
 // offset and scale: the timing restored from the side file.
-std::string loaded(std::string_view name, std::size_t cues, double offset, double scale);
+// encoding: the name of one other than UTF-8, so that a wrong guess is seen.
+std::string loaded(std::string_view name, std::size_t cues, std::string_view encoding, double offset, double scale);
+std::string readAs(std::string_view name, std::string_view encoding);
+std::string noSubtitlesFound(std::string_view name, std::string_view encoding);
 std::string noSubtitleFor(std::string_view track);
 std::string folderSet(std::string_view folderName);
 std::string timingOffset(double offset);

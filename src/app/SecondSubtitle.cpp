@@ -72,12 +72,12 @@ std::string restoredSuffix(double offset, double scale) {
 // ---- which timing the keys move ------------------------------------------------------
 
 Controller::Timing Controller::firstTiming() noexcept {
-  return {s.offset, s.scale, s.scaleIdx, s.calPoints, s.lastShownT, s.subPath};
+  return {s.offset, s.scale, s.scaleIdx, s.calPoints, s.lastShownT, s.subPath, s.encodingChoice};
 }
 
 Controller::Timing Controller::secondTiming() noexcept {
   Second& d = s.second;
-  return {d.offset, d.scale, d.scaleIdx, d.calPoints, d.lastShownT, d.path};
+  return {d.offset, d.scale, d.scaleIdx, d.calPoints, d.lastShownT, d.path, d.encodingChoice};
 }
 
 Controller::Timing Controller::adjusted() noexcept {
@@ -109,7 +109,8 @@ void Controller::loadSecondSubtitle(const std::string& path) noexcept {
     showHint("That file is the first subtitle already — choose another for the second");
     return;
   }
-  auto parsed = loading::parseGuarded(path);
+  const auto side = loading::readSideFile(path + ".sync.json");
+  auto parsed = loading::readGuarded(path, loading::encodingPreference(side ? side->encoding : std::nullopt, services.defaults));
   if (!parsed) {
     // The second loaded before, if any, stays with its timing.
     showHint("Failed to load: " + describe(parsed.error()));
@@ -120,12 +121,15 @@ void Controller::loadSecondSubtitle(const std::string& path) noexcept {
   Second& d = s.second;
   secondNow = {};  // it points into the cues replaced here
   d = Second{};
-  d.cues = std::move(parsed).value();
+  d.cues = std::move(parsed).value().cues;
   d.starts.reserve(d.cues.size());
   for (const Cue& cue : d.cues) d.starts.push_back(cue.start);
   d.path = path;
   d.name = path::lastComponent(path);
-  if (auto timing = loading::readTiming(path + ".sync.json")) std::tie(d.offset, d.scale) = *timing;
+  if (side) {
+    std::tie(d.offset, d.scale) = std::pair{side->offset, side->scale};
+    d.encodingChoice = side->encoding;
+  }
   services.defaults.set(keys::secondSubtitlePath, path);
   services.defaults.set(keys::secondPairedWith, *s.subPath);
   s.curText.reset();

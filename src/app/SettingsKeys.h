@@ -20,6 +20,8 @@ inline constexpr const char* secondSubtitlePath = "SecondSubtitlePath";  // stri
 inline constexpr const char* secondPairedWith = "SecondSubtitleFirst";   // string: the first's path then
 inline constexpr const char* globalShortcuts = "GlobalShortcuts";  // bool: the bar's keys with a chord, anywhere
 inline constexpr const char* globalModifiers = "GlobalModifiers";  // string: that chord, "Ctrl+Alt+Super"
+// string: the encoding read when the guess is unsure; unset or empty: none
+inline constexpr const char* fallbackEncoding = "FallbackEncoding";
 // The panel's frame, saved and restored by the shell under this name.
 inline constexpr const char* panelFrame = "LumerixPanel";
 

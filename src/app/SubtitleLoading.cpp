@@ -10,6 +10,8 @@
 #include "app/Hints.h"
 #include "app/SettingsKeys.h"
 #include "app/SubtitleFiles.h"
+#include "subtitles/Encodings.h"
+#include "subtitles/FileTypes.h"
 #include "subtitles/SRTParser.h"
 #include "ui/Texts.h"
 #include "util/Files.h"
@@ -22,25 +24,32 @@ namespace lumerix {
 
 namespace loading {
 
-// The side file's offset and scale, when it holds a JSON object of numbers only.
-std::optional<std::pair<double, double>> readTiming(const std::string& sidePath) {
+std::optional<SideFile> readSideFile(const std::string& sidePath) {
   std::string text;
   if (!readWholeFile(sidePath, text)) return std::nullopt;
   if (!json::nestingWithin(text, json::maxNesting)) return std::nullopt;
   const auto json = nlohmann::json::parse(text, nullptr, false);
   if (!json.is_object()) return std::nullopt;
   for (const auto& [key, value] : json.items()) {
-    if (!value.is_number()) return std::nullopt;
+    if (key == "encoding" ? !value.is_string() : !value.is_number()) return std::nullopt;
   }
-  return std::pair{json.value("offset", 0.0), json.value("scale", 1.0)};
+  SideFile side{json.value("offset", 0.0), json.value("scale", 1.0), std::nullopt};
+  if (json.contains("encoding")) side.encoding = json["encoding"].get<std::string>();
+  return side;
 }
 
-// A file too big for memory is a failed load like any other, not the end
-// of the program.
-Result<std::vector<Cue>, SubtitleReadError> parseGuarded(const std::string& path) noexcept {
-  using R = Result<std::vector<Cue>, SubtitleReadError>;
+encoding::Preference encodingPreference(const std::optional<std::string>& chosen, const SettingsStore& defaults) {
+  encoding::Preference preference;
+  if (chosen) preference.chosen = *chosen;
+  preference.fallback = defaults.stringFor(keys::fallbackEncoding).value_or("");
+  return preference;
+}
+
+Result<SubtitleFile, SubtitleReadError> readGuarded(const std::string& path,
+                                                    const encoding::Preference& preference) noexcept {
+  using R = Result<SubtitleFile, SubtitleReadError>;
   try {
-    return SRTParser::parse(path);
+    return SRTParser::read(path, preference);
   } catch (const std::bad_alloc&) {
   } catch (const std::length_error&) {
   }
@@ -50,13 +59,19 @@ Result<std::vector<Cue>, SubtitleReadError> parseGuarded(const std::string& path
 }  // namespace loading
 
 void Controller::loadSubtitle(const std::string& path) noexcept {
-  auto parsed = loading::parseGuarded(path);
+  // The side file first: it may say which encoding the user chose.
+  const auto side = loading::readSideFile(path + ".sync.json");
+  auto parsed =
+      loading::readGuarded(path, loading::encodingPreference(side ? side->encoding : std::nullopt, services.defaults));
   if (!parsed) {
     // The previous file, its timing and the folder all stay in force.
     showHint(hints::failedToLoad(describe(parsed.error())));
     return;
   }
-  s.cues = std::move(parsed).value();
+  SubtitleFile file = std::move(parsed).value();
+  s.cues = std::move(file.cues);
+  s.subEncoding = std::move(file.encoding);
+  s.encodingChoice = side ? side->encoding : std::nullopt;
   s.starts.clear();
   for (const Cue& cue : s.cues) s.starts.push_back(cue.start);
   s.subPath = path;
@@ -66,8 +81,19 @@ void Controller::loadSubtitle(const std::string& path) noexcept {
   s.offset = 0;
   s.scale = 1.0;
   services.defaults.set(keys::subtitleFolder, path::parent(path));
-  if (auto timing = loading::readTiming(path + ".sync.json")) std::tie(s.offset, s.scale) = *timing;
-  showHint(hints::loaded(s.subName, s.cues.size(), s.offset, s.scale));
+  if (side) std::tie(s.offset, s.scale) = std::pair{side->offset, side->scale};
+  // What was read in an encoding other than UTF-8 says which, so that a
+  // wrong guess is seen and can be corrected from the menu.
+  const std::string encodingName = s.subEncoding == "UTF-8" ? "" : encoding::displayName(s.subEncoding);
+  if (s.cues.empty()) {
+    showHint(hints::noSubtitlesFound(s.subName, encodingName));
+    return;
+  }
+  // With the restored timing too, the encoding would not fit the status
+  // line: it follows on its own.
+  const bool restored = s.offset != 0 || s.scale != 1.0;
+  showHint(hints::loaded(s.subName, s.cues.size(), restored ? "" : encodingName, s.offset, s.scale));
+  if (restored && !encodingName.empty()) postNote(hints::readAs(s.subName, encodingName));
 }
 
 void Controller::maybeAutoPick(const std::string& track) noexcept {
@@ -103,13 +129,12 @@ void Controller::openFileDialog() noexcept {
 
 std::optional<std::string> Controller::chooseSubtitleFile() noexcept {
   services.app.activate();
-  return services.dialogs.chooseFile({"srt", "vtt"});
+  return services.dialogs.chooseFile(filetypes::subtitleExtensionList());
 }
 
 std::optional<std::string> Controller::subtitlePathFrom(const std::vector<std::string>& paths) noexcept {
   for (const std::string& p : paths) {
-    const std::string ext = path::extensionLowercased(p);
-    if (ext == "srt" || ext == "vtt") return p;
+    if (filetypes::isSubtitleExtension(path::extensionLowercased(p))) return p;
   }
   return std::nullopt;
 }

@@ -47,9 +47,10 @@ PreferencesWindow::PreferencesWindow(Controller& c, GlobalKeys* keys)
       keysRow(Gtk::ORIENTATION_HORIZONTAL, 8),
       everywhere(str(globalKeysCheckTitle)),
       keysLine(static_cast<int>(prefs::windowWidth - 40)) {
-  // Rows more than macOS has: start at login. Then the shortcuts' two.
+  // Rows more than the five: the fallback encoding, start at login (not on
+  // macOS), the shortcuts' two, then the second subtitle's.
   const int height =
-      static_cast<int>(prefs::windowHeight + 3 * (prefs::rowSpacing + 24) + prefs::secondRowsHeight);
+      static_cast<int>(prefs::windowHeight + 4 * (prefs::rowSpacing + 24) + prefs::secondRowsHeight);
   set_title(str(prefs::windowTitle));
   set_default_size(static_cast<int>(prefs::windowWidth), height);
   set_size_request(static_cast<int>(prefs::windowWidth), height);
@@ -86,6 +87,10 @@ PreferencesWindow::PreferencesWindow(Controller& c, GlobalKeys* keys)
   for (std::string_view item : prefs::backgroundItems) background.append(str(item));
   background.set_halign(Gtk::ALIGN_START);
   grid.attach(background, 1, row++, 1, 1);
+  title(prefs::fallbackEncodingTitle);
+  for (const std::string& item : Controller::fallbackEncodingItems()) fallbackEncoding.append(item);
+  fallbackEncoding.set_halign(Gtk::ALIGN_START);
+  grid.attach(fallbackEncoding, 1, row++, 1, 1);
   title(prefs::folderTitle);
   folder.set_text(str(prefs::folderInitial));
   folder.set_ellipsize(Pango::ELLIPSIZE_MIDDLE);
@@ -162,6 +167,11 @@ PreferencesWindow::PreferencesWindow(Controller& c, GlobalKeys* keys)
   background.signal_changed().connect([this] {
     if (!syncing && background.get_active_row_number() >= 0) controller.setBgMode(background.get_active_row_number());
   });
+  fallbackEncoding.signal_changed().connect([this] {
+    if (!syncing && fallbackEncoding.get_active_row_number() >= 0) {
+      controller.setFallbackEncodingIndex(fallbackEncoding.get_active_row_number());
+    }
+  });
   choose.signal_clicked().connect([this] {
     if (controller.chooseSubtitleFolder()) folder.set_text(controller.preferenceValues().folder);
   });
@@ -209,6 +219,7 @@ void PreferencesWindow::refresh() {
   stroke.set_value(v.strokeWidth);
   opacity.set_value(v.alpha);
   background.set_active(static_cast<int>(v.bgMode));
+  fallbackEncoding.set_active(static_cast<int>(v.fallbackEncoding));
   const auto entry = autostart::entryPath();
   startAtLogin.set_sensitive(entry.has_value());
   startAtLogin.set_active(entry && autostart::enabled(*entry));

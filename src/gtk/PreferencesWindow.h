@@ -20,7 +20,7 @@ class CappedLabel : public Gtk::Label {
   int maxWidth;
 };
 
-// The one preferences window: five rows, every control acting at once
+// The one preferences window: seven rows, every control acting at once
 // through the controller. Closing only hides it; refresh() on every show.
 class PreferencesWindow : public Gtk::Window {
  public:
@@ -35,6 +35,7 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::Scale& strokeSlider() { return stroke; }
   Gtk::Scale& alphaSlider() { return opacity; }
   Gtk::ComboBoxText& backgroundPopup() { return background; }
+  Gtk::ComboBoxText& fallbackEncodingPopup() { return fallbackEncoding; }
   Gtk::Label& folderLabel() { return folder; }
   Gtk::Label& fontValueLabel() { return fontValue; }
   Gtk::Label& strokeValueLabel() { return strokeValue; }
@@ -62,6 +63,7 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::Scale font, stroke, opacity;
   Gtk::Label fontValue, strokeValue, alphaValue;
   Gtk::ComboBoxText background;
+  Gtk::ComboBoxText fallbackEncoding;
   CappedLabel folder;
   Gtk::Button choose;
   Gtk::Box folderRow;

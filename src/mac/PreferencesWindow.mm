@@ -14,6 +14,7 @@ namespace prefs = lumerix::prefs;
   NSSlider* _strokeSlider;
   NSSlider* _alphaSlider;
   NSPopUpButton* _bgPopup;
+  NSPopUpButton* _encodingPopup;
   NSTextField* _folderLabel;
   NSTextField* _fontValue;
   NSTextField* _strokeValue;
@@ -30,10 +31,10 @@ namespace prefs = lumerix::prefs;
 }
 
 - (instancetype)initWithController:(lumerix::mac::ControllerLookup)controller {
-  // Rows more than the others: the second subtitle, then the shortcuts with the chord.
-  NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth,
-                                                                     prefs::windowHeight + prefs::secondRowsHeight +
-                                                                                              2 * (prefs::rowSpacing + 24))
+  // Rows more than the five: the fallback encoding, the second subtitle's,
+  // then the shortcuts with the chord.
+  const double height = prefs::windowHeight + prefs::secondRowsHeight + 3 * (prefs::rowSpacing + 25);
+  NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth, height)
                                                  styleMask:NSWindowStyleMaskTitled | NSWindowStyleMaskClosable
                                                    backing:NSBackingStoreBuffered
                                                      defer:NO];
@@ -49,6 +50,10 @@ namespace prefs = lumerix::prefs;
   for (std::string_view item : prefs::backgroundItems) [_bgPopup addItemWithTitle:nsString(item)];
   _bgPopup.target = self;
   _bgPopup.action = @selector(bgChanged:);
+  _encodingPopup = [[NSPopUpButton alloc] initWithFrame:NSZeroRect pullsDown:NO];
+  for (const std::string& item : Controller::fallbackEncodingItems()) [_encodingPopup addItemWithTitle:nsString(item)];
+  _encodingPopup.target = self;
+  _encodingPopup.action = @selector(encodingChanged:);
   _folderLabel = [self secondaryLabel:prefs::folderInitial];
   _folderLabel.lineBreakMode = NSLineBreakByTruncatingMiddle;
   [_folderLabel setContentCompressionResistancePriority:NSLayoutPriorityDefaultLow
@@ -134,6 +139,7 @@ namespace prefs = lumerix::prefs;
     @[ [self rowTitle:prefs::strokeRow.title], _strokeSlider, _strokeValue ],
     @[ [self rowTitle:prefs::alphaRow.title], _alphaSlider, _alphaValue ],
     @[ [self rowTitle:prefs::backgroundTitle], _bgPopup, none ],
+    @[ [self rowTitle:prefs::fallbackEncodingTitle], _encodingPopup, none ],
     @[ [self rowTitle:prefs::folderTitle], [NSStackView stackViewWithViews:@[ _folderLabel, choose ]], none ],
     @[
       [self rowTitle:prefs::secondTitle], [NSStackView stackViewWithViews:@[ _secondLabel, openSecond, _secondRemove ]],
@@ -166,6 +172,7 @@ namespace prefs = lumerix::prefs;
   _strokeSlider.doubleValue = values.strokeWidth;
   _alphaSlider.doubleValue = values.alpha;
   [_bgPopup selectItemAtIndex:values.bgMode];
+  [_encodingPopup selectItemAtIndex:values.fallbackEncoding];
   _folderLabel.stringValue = nsString(values.folder);
   _secondLabel.stringValue = nsString(values.second.file);
   _secondRemove.enabled = values.second.loaded;
@@ -277,6 +284,10 @@ namespace prefs = lumerix::prefs;
   const NSInteger i = sender.indexOfSelectedItem;
   if (i < 0 || i >= static_cast<NSInteger>(std::size(prefs::secondColors))) return;
   if (Controller* c = _controller()) c->setSecondColor(std::string(prefs::secondColors[i].hex));
+}
+
+- (void)encodingChanged:(NSPopUpButton*)sender {
+  if (Controller* c = _controller()) c->setFallbackEncodingIndex(sender.indexOfSelectedItem);
 }
 
 - (void)chooseFolder:(id)sender {

@@ -10,8 +10,9 @@
 #include <system_error>
 #include <thread>
 
+#include "subtitles/AssReader.h"
+#include "subtitles/Markup.h"
 #include "util/Files.h"
-#include "util/TextDecoding.h"
 #include "util/Unicode.h"
 
 namespace lumerix {
@@ -59,29 +60,40 @@ struct ClockFields {
   double value() const { return static_cast<double>(hours * 3600 + minutes * 60 + seconds) + fraction / 1000.0; }
 };
 
-// Reads one side of a timing range at s[i]:  (\d{1,2}):(\d{2}):(\d{2})[,.](\d{1,3})
+// Reads one side of a timing range at s[i]:  (?:(\d{1,2}):)?(\d{2}):(\d{2})[,.](\d{1,3})
 // `lastOnLine` tells whether the pattern ends after this side. Where more
 // pattern follows, every element after a digit group refuses digits, so
 // backtracking can never succeed with fewer digits than are present: a run
 // longer than the group allows fails the whole side. At the very end the
-// fraction simply takes up to three digits.
+// fraction simply takes up to three digits. With and without hours cannot
+// both succeed at one position (after "dd:dd" comes either ':' or [,.]), so
+// trying hours first and then none is all the backtracking there is.
 std::optional<ClockFields> readClock(std::string_view s, std::size_t& i, bool lastOnLine) {
   ClockFields f{};
-  std::size_t n = countDigits(s, i, 2);
-  if (n < 1 || n > 2 || i + n >= s.size() || s[i + n] != ':') return std::nullopt;
-  f.hours = digitsValue(s, i, n);
-  i += n + 1;
-  if (countDigits(s, i, 2) != 2 || i + 2 >= s.size() || s[i + 2] != ':') return std::nullopt;
-  f.minutes = digitsValue(s, i, 2);
-  i += 3;
-  if (countDigits(s, i, 2) != 2 || i + 2 >= s.size() || (s[i + 2] != ',' && s[i + 2] != '.')) return std::nullopt;
-  f.seconds = digitsValue(s, i, 2);
-  i += 3;
-  n = countDigits(s, i, 3);
+  std::size_t at = i;
+  const std::size_t lead = countDigits(s, at, 2);
+  if (lead < 1 || lead > 2 || at + lead >= s.size() || s[at + lead] != ':') return std::nullopt;
+  at += lead + 1;
+  if (countDigits(s, at, 2) != 2 || at + 2 >= s.size()) return std::nullopt;
+  const int first = digitsValue(s, at - lead - 1, lead), second = digitsValue(s, at, 2);
+  if (s[at + 2] == ':') {  // hours, minutes, then the seconds
+    f.hours = first;
+    f.minutes = second;
+    at += 3;
+    if (countDigits(s, at, 2) != 2 || at + 2 >= s.size() || (s[at + 2] != ',' && s[at + 2] != '.')) return std::nullopt;
+    f.seconds = digitsValue(s, at, 2);
+  } else if (lead == 2 && (s[at + 2] == ',' || s[at + 2] == '.')) {  // no hours
+    f.minutes = first;
+    f.seconds = second;
+  } else {
+    return std::nullopt;
+  }
+  at += 3;
+  std::size_t n = countDigits(s, at, 3);
   if (n < 1 || (!lastOnLine && n > 3)) return std::nullopt;
   n = std::min<std::size_t>(n, 3);
-  f.fraction = digitsValue(s, i, n);
-  i += n;
+  f.fraction = digitsValue(s, at, n);
+  i = at + n;
   return f;
 }
 
@@ -90,8 +102,8 @@ struct Timing {
 };
 
 // Leftmost match of
-//   (\d{1,2}):(\d{2}):(\d{2})[,.](\d{1,3})\s*-->\s*(\d{1,2}):(\d{2}):(\d{2})[,.](\d{1,3})
-// anywhere in the line, with \s meaning [\t\n\f\r\p{Z}]. Each \s* is followed
+//   (?:(\d{1,2}):)?(\d{2}):(\d{2})[,.](\d{1,3})\s*-->\s*(?:(\d{1,2}):)?(\d{2}):(\d{2})[,.](\d{1,3})
+// (missing hours read as 0) anywhere in the line, with \s meaning [\t\n\f\r\p{Z}]. Each \s* is followed
 // by something that is not white space, so only its longest run can lead to
 // a match; together with readClock's rule, a match at a given start is
 // unique and no general backtracking is needed.
@@ -99,8 +111,9 @@ std::optional<Timing> findTiming(std::string_view line) {
   if (line.find("-->") == std::string_view::npos) return std::nullopt;
   for (std::size_t p = 0; p < line.size(); ++p) {
     if (!isDigit(line[p])) continue;
-    // Hours take one or two digits: in a longer run only its last two
-    // positions can start a match, so the rest of the run is skipped.
+    // Hours take one or two digits, hourless minutes two: in a longer run
+    // only its last two positions can start a match, so the rest of the run
+    // is skipped.
     std::size_t runEnd = p;
     while (runEnd < line.size() && isDigit(line[runEnd])) ++runEnd;
     for (std::size_t from = std::max(p, runEnd >= 2 ? runEnd - 2 : 0); from < runEnd; ++from) {
@@ -117,49 +130,6 @@ std::optional<Timing> findTiming(std::string_view line) {
     p = runEnd;
   }
   return std::nullopt;
-}
-
-// Removes every match of `<[^>]+>`, left to right, in one pass, in place.
-void removeHtmlTags(std::string& s) {
-  std::size_t w = 0, i = 0;
-  auto keep = [&](std::size_t from, std::size_t to) {
-    if (w != from) std::memmove(s.data() + w, s.data() + from, to - from);
-    w += to - from;
-  };
-  for (;;) {
-    const std::size_t lt = s.find('<', i);
-    if (lt == std::string::npos) break;
-    const std::size_t gt = s.find('>', lt + 1);
-    if (gt == std::string::npos) break;  // no later '<' can close either
-    if (gt == lt + 1) {                  // "<>" is text, not a tag
-      keep(i, gt);
-      i = gt;
-      continue;
-    }
-    keep(i, lt);
-    i = gt + 1;
-  }
-  keep(i, s.size());
-  s.resize(w);
-}
-
-// Removes every match of `\{[^}]*\}` (ASS override blocks such as {\an8}), in place.
-void removeAssTags(std::string& s) {
-  std::size_t w = 0, i = 0;
-  auto keep = [&](std::size_t from, std::size_t to) {
-    if (w != from) std::memmove(s.data() + w, s.data() + from, to - from);
-    w += to - from;
-  };
-  for (;;) {
-    const std::size_t open = s.find('{', i);
-    if (open == std::string::npos) break;
-    const std::size_t close = s.find('}', open + 1);
-    if (close == std::string::npos) break;
-    keep(i, open);
-    i = close + 1;
-  }
-  keep(i, s.size());
-  s.resize(w);
 }
 
 bool isBlank(std::string_view line) {
@@ -210,15 +180,96 @@ void forEachBlock(std::string_view text, Fn&& fn) {
   fn(text.substr(blockStart));
 }
 
+void appendUtf8(std::string& out, char32_t cp) {
+  if (cp < 0x80) {
+    out += static_cast<char>(cp);
+  } else if (cp < 0x800) {
+    out += static_cast<char>(0xC0 | (cp >> 6));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    out += static_cast<char>(0xE0 | (cp >> 12));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (cp >> 18));
+    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+}
+
+// The character a reference at s[i] ('&') stands for, and the index after
+// its ';'. Web captions write "&amp;" and "&#233;" where a SubRip file
+// would write the character itself.
+std::optional<std::pair<char32_t, std::size_t>> characterReference(std::string_view s, std::size_t i) {
+  static constexpr std::pair<std::string_view, char32_t> named[] = {
+      {"&amp;", U'&'},       {"&lt;", U'<'},        {"&gt;", U'>'},
+      {"&nbsp;", U'\u00A0'}, {"&lrm;", U'\u200E'}, {"&rlm;", U'\u200F'},
+  };
+  for (const auto& [name, cp] : named) {
+    if (s.compare(i, name.size(), name) == 0) return std::pair{cp, i + name.size()};
+  }
+  if (s.compare(i, 2, "&#") != 0) return std::nullopt;
+  std::size_t k = i + 2;
+  const bool hex = k < s.size() && (s[k] == 'x' || s[k] == 'X');
+  if (hex) ++k;
+  const std::size_t first = k;
+  std::uint32_t value = 0;
+  for (; k < s.size(); ++k) {
+    const char c = s[k];
+    int digit;
+    if (c >= '0' && c <= '9') {
+      digit = c - '0';
+    } else if (hex && c >= 'a' && c <= 'f') {
+      digit = c - 'a' + 10;
+    } else if (hex && c >= 'A' && c <= 'F') {
+      digit = c - 'A' + 10;
+    } else {
+      break;
+    }
+    // Saturates past the last code point, so a long run cannot wrap round
+    // to a real character.
+    value = std::min<std::uint32_t>(value * (hex ? 16 : 10) + static_cast<std::uint32_t>(digit), 0x110000);
+  }
+  if (k == first || k >= s.size() || s[k] != ';') return std::nullopt;
+  const bool scalar = value < 0x110000 && !(value >= 0xD800 && value <= 0xDFFF);
+  return std::pair{scalar ? static_cast<char32_t>(value) : U'\uFFFD', k + 1};
+}
+
+// One pass, left to right: what a reference gives is never read again, so
+// "&amp;lt;" is "&lt;" and a decoded '<' can never start a tag.
+void decodeCharacterReferences(std::string& text) {
+  std::size_t amp = text.find('&');
+  if (amp == std::string::npos) return;
+  std::string out(text, 0, amp);
+  std::size_t i = amp;
+  while (i < text.size()) {
+    if (text[i] == '&') {
+      if (const auto ref = characterReference(text, i)) {
+        appendUtf8(out, ref->first);
+        i = ref->second;
+        continue;
+      }
+    }
+    const std::size_t next = text.find('&', i + 1);
+    const std::size_t to = next == std::string::npos ? text.size() : next;
+    out.append(text, i, to - i);
+    i = to;
+  }
+  text = std::move(out);
+}
+
 // The lines after the timing line (the rest of its block): the ones that
-// are not blank, joined, trimmed, tags removed.
-std::string cueText(std::string_view rest) {
+// are not blank, joined, trimmed, tags removed; in WebVTT, character
+// references decoded last.
+std::string cueText(std::string_view rest, bool webVtt) {
   // Only the last line of a block can be blank (a blank line anywhere else
   // would have ended the block), and trimming takes it: the text is the
   // rest as it stands.
   std::string text(unicode::trim(rest, unicode::isWhitespaceOrLineEnd));
-  if (text.find('<') != std::string::npos) removeHtmlTags(text);
-  if (text.find('{') != std::string::npos) removeAssTags(text);
+  if (text.find('<') != std::string::npos) markup::removeHtmlTags(text);
+  if (text.find('{') != std::string::npos) markup::removeOverrideBlocks(text);
+  if (webVtt) decodeCharacterReferences(text);
   return text;
 }
 
@@ -274,7 +325,7 @@ std::vector<Cue> sortedByStart(std::vector<std::vector<Cue>> parts) {
 }
 
 // The cues of the blocks of text, in file order.
-void appendCues(std::string_view text, std::vector<Cue>& cues) {
+void appendCues(std::string_view text, bool webVtt, std::vector<Cue>& cues) {
   // No cue is shorter than about 27 bytes; room for that many costs
   // address space only, and spares the list its regrowing.
   cues.reserve(cues.size() + text.size() / 27 + 1);
@@ -290,7 +341,7 @@ void appendCues(std::string_view text, std::vector<Cue>& cues) {
       if (isBlank(line)) continue;
       const auto timing = findTiming(line);
       if (!timing) continue;
-      std::string body = cueText(b < block.size() ? block.substr(b) : std::string_view());
+      std::string body = cueText(b < block.size() ? block.substr(b) : std::string_view(), webVtt);
       if (!body.empty()) cues.push_back(Cue{timing->start, timing->end, std::move(body)});
       return;
     }
@@ -323,6 +374,9 @@ std::optional<std::pair<std::size_t, std::size_t>> blockBoundaryAfter(std::strin
 }  // namespace
 
 std::vector<Cue> SRTParser::parseDecoded(std::string_view text, std::size_t splitAbove) {
+  if (ass::isScript(text)) return ass::readScript(text, splitAbove);
+  // SubRip text is shown as written; only WebVTT escapes its ampersands.
+  const bool webVtt = text.starts_with("WEBVTT");
   // A whole season in one file: read its two halves side by side. Both end
   // at a block boundary, so the cues and their order are what one pass
   // would give.
@@ -333,13 +387,13 @@ std::vector<Cue> SRTParser::parseDecoded(std::string_view text, std::size_t spli
     try {
       std::thread second([&] {
         try {
-          appendCues(text.substr(cut->second), halves[1]);
+          appendCues(text.substr(cut->second), webVtt, halves[1]);
         } catch (...) {
           failed = std::current_exception();
         }
       });
       try {
-        appendCues(text.substr(0, cut->first), halves[0]);
+        appendCues(text.substr(0, cut->first), webVtt, halves[0]);
       } catch (...) {
         second.join();
         throw;
@@ -352,7 +406,7 @@ std::vector<Cue> SRTParser::parseDecoded(std::string_view text, std::size_t spli
     }
   }
   std::vector<std::vector<Cue>> whole(1);
-  appendCues(text, whole[0]);
+  appendCues(text, webVtt, whole[0]);
   return sortedByStart(std::move(whole));
 }
 
@@ -369,53 +423,35 @@ std::string describe(const SubtitleReadError& error) {
   return std::string(describe(std::get<SRTParseError>(error)));
 }
 
-namespace {
-
-// UTF-8 checked in two halves at once when there is a lot of it; the cut
-// falls on an ASCII byte, so no sequence spans it.
-bool isValidUtf8Quickly(std::string_view bytes) {
-  std::size_t cut = bytes.size() / 2;
-  while (cut < bytes.size() && static_cast<unsigned char>(bytes[cut]) >= 0x80) ++cut;
-  if (bytes.size() < (8 << 20) || cut == bytes.size()) return unicode::isValidUtf8(bytes);
-  bool secondValid = false;
-  try {
-    std::thread second([&] { secondValid = unicode::isValidUtf8(bytes.substr(cut)); });
-    const bool firstValid = unicode::isValidUtf8(bytes.substr(0, cut));
-    second.join();
-    return firstValid && secondValid;
-  } catch (const std::system_error&) {
-    return unicode::isValidUtf8(bytes);
-  }
-}
-
-}  // namespace
-
-std::optional<std::string> SRTParser::decode(std::string bytes) {
-  if (isValidUtf8Quickly(bytes)) {
-    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.erase(0, 3);
-    return bytes;
-  }
-  for (const char* encoding : {"GB18030", "BIG5", "ISO-8859-1"}) {
-    if (auto text = convertToUtf8(bytes, encoding)) return text;
-  }
-  return std::nullopt;
+Result<SubtitleFile, SRTParseError> SRTParser::readBytes(std::string bytes, const encoding::Preference& preference) {
+  auto text = encoding::decode(std::move(bytes), preference);
+  if (!text) return Result<SubtitleFile, SRTParseError>::failure(SRTParseError::unreadable);
+  SubtitleFile file{parseDecoded(normaliseLineEnds(std::move(text->text))), std::move(text->name)};
+  return Result<SubtitleFile, SRTParseError>::success(std::move(file));
 }
 
 Result<std::vector<Cue>, SRTParseError> SRTParser::parseBytes(std::string bytes) {
-  auto text = decode(std::move(bytes));
-  if (!text) return Result<std::vector<Cue>, SRTParseError>::failure(SRTParseError::unreadable);
-  return Result<std::vector<Cue>, SRTParseError>::success(parseDecoded(normaliseLineEnds(std::move(*text))));
+  auto file = readBytes(std::move(bytes));
+  if (!file) return Result<std::vector<Cue>, SRTParseError>::failure(file.error());
+  return Result<std::vector<Cue>, SRTParseError>::success(std::move(std::move(file).value().cues));
 }
 
-Result<std::vector<Cue>, SubtitleReadError> SRTParser::parse(const std::string& path) {
-  using R = Result<std::vector<Cue>, SubtitleReadError>;
+Result<SubtitleFile, SubtitleReadError> SRTParser::read(const std::string& path, const encoding::Preference& preference) {
+  using R = Result<SubtitleFile, SubtitleReadError>;
   std::string bytes;
   if (auto problem = readRegularFile(path, bytes, maxFileBytes)) {
     return R::failure(FileReadError{problem->code, std::move(problem->description)});
   }
-  auto cues = parseBytes(std::move(bytes));
-  if (!cues) return R::failure(cues.error());
-  return R::success(std::move(cues).value());
+  auto file = readBytes(std::move(bytes), preference);
+  if (!file) return R::failure(file.error());
+  return R::success(std::move(file).value());
+}
+
+Result<std::vector<Cue>, SubtitleReadError> SRTParser::parse(const std::string& path) {
+  using R = Result<std::vector<Cue>, SubtitleReadError>;
+  auto file = read(path);
+  if (!file) return R::failure(file.error());
+  return R::success(std::move(std::move(file).value().cues));
 }
 
 }  // namespace lumerix

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,7 +27,20 @@ enum class MenuAction {
   howTo,
   about,
   quit,
+  // The first of a range: reopenEncodingAction(i) reopens the file in
+  // encoding i of the menu's list (0: guessed). Last, so the range is free.
+  reopenEncoding,
 };
+
+inline MenuAction reopenEncodingAction(std::size_t choice) {
+  return static_cast<MenuAction>(static_cast<int>(MenuAction::reopenEncoding) + static_cast<int>(choice));
+}
+
+inline std::optional<std::size_t> reopenEncodingChoice(MenuAction action) {
+  const int offset = static_cast<int>(action) - static_cast<int>(MenuAction::reopenEncoding);
+  if (offset < 0) return std::nullopt;
+  return static_cast<std::size_t>(offset);
+}
 
 struct MenuItem {
   std::string title;          // empty: a separator

@@ -30,6 +30,10 @@ inline constexpr std::string_view backgroundItems[] = {"Transparent + outline", 
 inline constexpr std::string_view folderTitle = "Subtitle folder";
 inline constexpr std::string_view folderInitial = "—";
 inline constexpr std::string_view chooseTitle = "Choose…";
+// The encoding read when the guess is unsure: "Automatic", then the
+// encodings by language (Controller::fallbackEncodingItems()).
+inline constexpr std::string_view fallbackEncodingTitle = "Fallback encoding";
+inline constexpr std::string_view automaticEncodingTitle = "Automatic";
 // Linux: a check box that adds Lumerix to the desktop's autostart.
 inline constexpr std::string_view startAtLoginTitle = "Start at Login";
 
@@ -77,6 +81,7 @@ struct Values {
     long long position = 0;  // the pop-up's index
     long long color = -1;    // index in secondColors; -1: a colour of the user's own
   } second;
+  long long fallbackEncoding = 0;  // the pop-up's index
 };
 
 }  // namespace lumerix::prefs

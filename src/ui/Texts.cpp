@@ -94,7 +94,8 @@ UiTexts linuxUiTexts(std::string_view player) {
            {"video-display", "Auto-sync",
             " — Play in " + who + " — Lumerix follows automatically, windowed or full screen.\n"},
            {"document-open", "Load subtitles",
-            " — Drag an .srt/.vtt onto the bar, or right-click it → Open Subtitle. Next episodes load by number.\n"},
+            " — Drag an .srt, .vtt, .ass or .ssa onto the bar, or right-click it → Open Subtitle. Next episodes load by "
+            "number.\n"},
            {"view-fullscreen", "Move & resize", kMoveRow},
            {"input-keyboard", "Fine-tune", kLinuxTimingRow},
            {"media-playback-start", "Players",

@@ -19,6 +19,8 @@ inline constexpr std::string_view bandOn = "Background: black band";
 inline constexpr std::string_view bandOff = "Background: transparent + outline";
 inline constexpr std::string_view needFirstPoint = "Align near the beginning first and press 1";
 inline constexpr std::string_view pointsTooClose = "Points too close — try again a few minutes apart";
+inline constexpr std::string_view reopenWithEncodingTitle = "Reopen with Encoding";
+inline constexpr std::string_view reopenWithoutFile = "No subtitle loaded to reopen — press O to choose one";
 
 }  // namespace lumerix::texts
 
