@@ -57,7 +57,7 @@ struct Alignment {
 };
 
 struct AlignerOptions {
-  double step = 0.01;         // the offset sweep's resolution, seconds
+  double step = 0.02;         // the offset sweep's resolution; the onsets then place it exactly
   double minSpeech = 8;       // seconds of speech before anything is said
   int minOnsets = 8;          // speech onsets matched to cue starts
   double minMargin = 2;       // best over the runner-up, in spreads of all scores
