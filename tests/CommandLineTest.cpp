@@ -66,6 +66,11 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
       {{"--demo", "a.srt"}, Mode::usageError, ""},
       {{"--frobnicate"}, Mode::usageError, ""},
       {{"-x"}, Mode::usageError, ""},
+      {{"--headless", "--listen", "--player", "mpv", "ep.srt"}, Mode::run, "ep.srt"},
+      {{"--listen", "ep.srt"}, Mode::run, "ep.srt"},
+      {{"--listen"}, Mode::usageError, ""},  // nothing to listen for
+      {{"--listen", "--demo"}, Mode::usageError, ""},
+      {{"--listen", "--dump-cues", "a.srt"}, Mode::usageError, ""},
   };
   for (const Row& r : rows) {
     const CommandLine cl = parseCommandLine(r.args);
@@ -81,6 +86,8 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
   EXPECT_FALSE(parseCommandLine({"a.srt"}).headless);
   EXPECT_EQ(parseCommandLine({"--player=vlc"}).player, "vlc");
   EXPECT_EQ(parseCommandLine({"en.srt", "--second=zh.srt"}).second, "zh.srt");
+  EXPECT_TRUE(parseCommandLine({"--listen", "a.srt"}).listen);
+  EXPECT_FALSE(parseCommandLine({"a.srt"}).listen);
 }
 
 struct Run {
@@ -474,6 +481,22 @@ TEST(CommandLineProgram, StopSignalsAtAnyMomentOfStartUpKeepTheTiming) {
       EXPECT_FALSE(std::filesystem::exists(dir.path("config"))) << run.out;
     }
   }
+}
+
+TEST(CommandLineProgram, ListenStartsAtOnceAndSaysWhyItCannot) {
+#if defined(__APPLE__)
+  GTEST_SKIP() << "the app bundle has no command line of its own";
+#endif
+  test::TempDir dir;
+  dir.write("ep.srt", "00:00:01,000 --> 00:00:02,000\nHi\n");
+  ::setenv("XDG_CONFIG_HOME", dir.path("config").c_str(), 1);
+  auto run = runUntil({"--headless", "--listen", dir.path("ep.srt")},
+                      printed("Too few spoken lines in this subtitle to sync by listening"));
+  EXPECT_TRUE(run.ready) << run.out;
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find(R"("status":"Too few spoken lines in this subtitle to sync by listening")"),
+            std::string::npos)
+      << run.out;
 }
 
 TEST(CommandLineProgram, DumpCuesReportsUnreadableFiles) {

@@ -647,6 +647,10 @@ TEST(ControllerPreferences, ControlsWriteAtOnceAndTheWindowShowsTheLiveValues) {
   EXPECT_EQ(v.alpha, 0.92);
   EXPECT_EQ(v.bgMode, 0);
   EXPECT_EQ(v.folder, "not set — open a subtitle once");
+  EXPECT_FALSE(v.listenAlways);
+  r.c->setListenAlways(true);
+  EXPECT_TRUE(r.c->preferenceValues().listenAlways);
+  EXPECT_TRUE(r.settings.boolFor("ListenAlways"));
 
   r.c->render("Hi", false);
   r.c->setFontSize(33.7);  // every intermediate slider value is kept
@@ -776,8 +780,8 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
   mac.settings.set("SubtitleFolder", test::TempDir::parentOf(mac.dir.path("x")));
   mac.tickAt(1, "Show.S01E02.mkv");
   EXPECT_EQ(mac.s().subName, "Show.S01E01.srt");
-  EXPECT_EQ(mac.c->menu().at(14).title, "Grant TV Permission…");
-  EXPECT_EQ(mac.c->menu().at(13).action, MenuAction::checkUpdates);
+  EXPECT_EQ(mac.c->menu().at(15).title, "Grant TV Permission…");
+  EXPECT_EQ(mac.c->menu().at(14).action, MenuAction::checkUpdates);
   EXPECT_FALSE(mac.c->menu().at(0).plainKey);
 }
 

@@ -281,11 +281,11 @@ TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
               ElementsAre("Open Subtitle… [O]", "Re-enable Episode Auto-pick [A]", "Open Second Subtitle…",
                           "Remove Second Subtitle", "Second to First", "---",
                           "Subtitle Timing {−0.5 s [Left]} {−0.1 s [,]} {+0.1 s [.]} {+0.5 s [Right]}",
-                          "Bigger Text [+]", "Smaller Text [-]", "Toggle Background Style [T]", "---", "Preferences…",
+                          "Sync by Listening [L]", "Bigger Text [+]", "Smaller Text [-]", "Toggle Background Style [T]", "---", "Preferences…",
                           "How to Use…", "About Lumerix", "---", "Quit Lumerix [Q]"));
   // Items act through the core's actions, the submenu's too.
   auto children = built.menu->get_children();
-  dynamic_cast<Gtk::MenuItem*>(children.at(8))->activate();
+  dynamic_cast<Gtk::MenuItem*>(children.at(9))->activate();
   dynamic_cast<Gtk::MenuItem*>(dynamic_cast<Gtk::MenuItem*>(children.at(6))->get_submenu()->get_children().at(1))
       ->activate();
   EXPECT_THAT(performed, ElementsAre(MenuAction::fontDown, MenuAction::offsetM1));
@@ -297,6 +297,13 @@ TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
   // Without a tray host (none here) the indicator starts and nothing breaks.
   Tray tray("", "lumerix-status", buildMenu(statusMenu(linuxUiTexts("")), [](MenuAction) {}));
   EXPECT_FALSE(tray.shown());
+  // While listening, and once a sync by listening can be undone, the menu
+  // is built anew and swapped in.
+  BuiltMenu listening = buildMenu(statusMenu(linuxUiTexts(""), MenuStyle::barKeys, {true, true}), [](MenuAction) {});
+  const auto lines = describe(*listening.menu);
+  EXPECT_EQ(lines.at(7), "Stop Listening [L]");
+  EXPECT_EQ(lines.at(8), "Undo Sync");
+  tray.setMenu(std::move(listening));
 }
 
 struct PrefsRig {

@@ -16,6 +16,7 @@ struct CommandLine {
   std::string second;     // run: the second subtitle shown with it, if any
   bool headless = false;  // run: print what the bar would show instead of showing it
   bool demo = false;      // run: the built-in player and the bundled sample
+  bool listen = false;    // run: sync FILE by listening from the start, as the key does
   std::string player;     // run: the MPRIS player to follow; empty: the setting, else any
   std::string action;     // doAction: the name of one of globalActions()
   std::string error;      // usageError: one line for stderr

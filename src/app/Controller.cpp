@@ -48,6 +48,7 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
   s.strokeWidth = defaults.doubleFor(keys::strokeWidth);
   s.debugLog = defaults.boolFor(keys::debugLog);
   readSecondLook();
+  listening.always = defaults.boolFor(keys::listenAlways);
   sync->start();
   buildPanel();
   if (subtitlePath) loadSubtitle(*subtitlePath);
@@ -69,6 +70,7 @@ void Controller::tick() noexcept {
     s.lastPermissionIssue = issue;
   }
   if (snap.playing) maybeAutoPick(snap.track);
+  tickListening();
 
   s.lastPosition = snap.position;
   s.extraTickIn.reset();
@@ -76,7 +78,7 @@ void Controller::tick() noexcept {
     secondNow = {};
     render(kBrand, true);
     services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);
-    if (!(now() > s.hintUntil) || showNextNote()) return;
+    if (!(now() > s.hintUntil) || showNextNote() || showListeningProgress()) return;
     statusLine.assign("◌ ").append(snap.status);
     setStatus(statusLine);
     return;
@@ -113,7 +115,7 @@ void Controller::tick() noexcept {
   render(*text, false);
   planExtraTick(*snap.position, lo < s.starts.size() ? &s.starts[lo] : nullptr, shown);
   if (s.second.path) planSecondExtraTick(*snap.position);
-  if (!(now() > s.hintUntil) || showNextNote()) return;
+  if (!(now() > s.hintUntil) || showNextNote() || showListeningProgress()) return;
 
   statusLine.assign(snap.playing ? "⇄" : "⏸").append(" ").append(snap.track).append("  ");
   statusLine.append(fmtTime(*snap.position));  // the player's clock, not subtitle time
@@ -222,6 +224,8 @@ bool Controller::handleKey(int keyCode, bool shift, std::string_view characters)
     menuAutoPick();
   } else if (c == "h") {
     toggleBar();
+  } else if (c == "l") {
+    toggleListening();
   } else if (c == "q") {
     quit();
   } else if (c == "s") {
@@ -298,6 +302,7 @@ void Controller::saveTiming(const Timing& timing) noexcept {
 }
 
 void Controller::quit() noexcept {
+  endListening({});
   saveTiming(firstTiming());
   saveTiming(secondTiming());
   sync->cancel();
@@ -451,7 +456,8 @@ prefs::Values Controller::preferenceValues() const noexcept {
   // A value written by hand (defaults write) may be anything: the window
   // offers two choices, and anything but the band draws as the outline.
   return {s.fontSize, s.strokeWidth, s.alpha, s.bgMode == 1 ? 1 : 0,
-          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder)), secondValues(), fallbackEncodingIndex()};
+          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder)), secondValues(), fallbackEncodingIndex(),
+          listening.always};
 }
 
 // The sliders' ranges are the limits here: values are stored as given.
@@ -551,6 +557,12 @@ void Controller::perform(MenuAction action) noexcept {
       break;
     case MenuAction::quit:
       quit();
+      break;
+    case MenuAction::listen:
+      toggleListening();
+      break;
+    case MenuAction::undoSync:
+      undoListening();
       break;
   }
 }

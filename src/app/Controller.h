@@ -10,6 +10,7 @@
 
 #include "app/Conventions.h"
 #include "app/GlobalActions.h"
+#include "app/Listening.h"
 #include "platform/Clock.h"
 #include "platform/Dialogs.h"
 #include "platform/OverlayHost.h"
@@ -166,6 +167,8 @@ class Controller {
   const Conventions& platformConventions() const { return conventions; }
   // The menu-bar item's menu, in this platform's words.
   std::vector<MenuItem> menu() const;
+  // Changes whenever menu() would change; the shells rebuild their menus then.
+  int menuRevision() const noexcept { return listening.menuRevision + menuRevisionCount; }
   SyncSource& source() { return *sync; }
 
   void tick() noexcept;
@@ -249,7 +252,6 @@ class Controller {
   // Whether the menu shows an item now (removing the second only while
   // there is one), and a count that changes whenever that may have.
   bool menuItemShown(MenuAction action) const noexcept;
-  int menuRevision() const noexcept { return menuRevisionCount; }
 
   // The preferences window: what it shows when opened, and its controls'
   // actions, called on every change (continuously while a slider is
@@ -263,6 +265,16 @@ class Controller {
   bool chooseSubtitleFolder() noexcept;
 
   void perform(MenuAction action) noexcept;
+
+  // Syncing by listening (Listening.cpp). Without a capture (the tests',
+  // or a build that cannot listen) the key says so.
+  void setSoundCapture(std::unique_ptr<SoundCapture> capture) noexcept;
+  void toggleListening() noexcept;  // the key and the menu item
+  void startListening() noexcept;   // --listen; harmless while listening
+  void undoListening() noexcept;
+  void setListenAlways(bool on) noexcept;
+  bool isListening() const noexcept;
+  bool canUndoSync() const noexcept;
   void presentPermissionAlert() noexcept;
   void menuGrantPermission() noexcept;
   // Shown once as a hint, after the hints already up; notes wait in turn.
@@ -300,6 +312,14 @@ class Controller {
   double secondFontSize() const noexcept;
   prefs::Values::Second secondValues() const noexcept;
   std::optional<std::string> chooseSubtitleFile() noexcept;
+  void tickListening() noexcept;
+  void keepListening(bool playing);
+  bool showListeningProgress();
+  bool openCapture();
+  void beginSession(listen::ListenSession::Purpose purpose, std::vector<double> rates);
+  void endListening(std::string_view hint) noexcept;
+  void setTiming(listen::Timing timing);
+  void applyListened(listen::Timing timing);
 
   ControllerServices services;
   const Conventions conventions;
@@ -312,6 +332,7 @@ class Controller {
   std::vector<std::string> notes;  // waiting for the status line, first first
   std::string_view secondNow;      // the second's text the last tick found
   int menuRevisionCount = 0;
+  ListeningState listening;
 };
 
 // The start-up subtitle: the first argument after the program's path, when

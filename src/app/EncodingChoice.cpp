@@ -35,7 +35,7 @@ std::vector<MenuItem> encodingItems() {
 }  // namespace
 
 std::vector<MenuItem> Controller::menu() const {
-  std::vector<MenuItem> items = statusMenu(conventions.texts, conventions.menu);
+  std::vector<MenuItem> items = statusMenu(conventions.texts, conventions.menu, {isListening(), canUndoSync()});
   // Beside the commands that choose a file.
   const auto autoPick =
       std::find_if(items.begin(), items.end(), [](const MenuItem& item) { return item.action == MenuAction::autoPick; });

@@ -5,7 +5,9 @@
 #include <string>
 
 #include "app/Conventions.h"
+#include "platform/Clock.h"
 #include "platform/SettingsStore.h"
+#include "platform/SoundCapture.h"
 #include "platform/System.h"
 #include "sync/FusedSync.h"
 
@@ -40,5 +42,8 @@ bool linuxPlayers();
 // in `why`) when one runs but did not take it.
 enum class Delivery { delivered, notRunning, failed };
 Delivery deliverAction(const std::string& action, std::string& why);
+// Listening to what the machine plays, for syncing by listening; nothing is
+// captured until the controller starts it.
+std::unique_ptr<SoundCapture> makeSoundCapture(const Clock& clock);
 
 }  // namespace lumerix::platform

@@ -61,6 +61,8 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
       },
       [this](std::string_view note) { controller->postNote(note); });
   globalKeys->apply(controller->globalKeySettings());
+  controller->setSoundCapture(platform::makeSoundCapture(clock));
+  if (options.listen) controller->startListening();
   const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
   for (std::string_view note : texts::desktop::notes({.composited = host.composited(),
                                .waylandWithoutLayerShell = options.backend.waylandWithoutLayerShell,
@@ -68,14 +70,12 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
     controller->postNote(note);
   }
 
-  auto perform = [this](MenuAction action) {
-    if (controller) controller->perform(action);
-  };
-  contextMenu = buildMenu(controller->menu(), perform);
+  // Left at -1, the first tick rebuilds it with only the items shown then.
+  contextMenu = buildMenu(controller->menu(), perform());
   host.onContextMenu([this](const GdkEvent* event) { contextMenu.menu->popup_at_pointer(event); });
   if (options.tray) {
     writeTrayIcon();
-    tray = std::make_unique<Tray>(iconDir, kTrayIconName, buildMenu(controller->menu(), perform));
+    tray = std::make_unique<Tray>(iconDir, kTrayIconName, buildMenu(controller->menu(), perform()));
   }
   // The tray host answers within a moment, if there is one; without one the
   // right-click menu is the only way in, so say so once.
@@ -116,14 +116,26 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
       [this] { showGuideOnFirstLaunch(*controller, guideMemory ? *guideMemory : *settings); });
 }
 
+std::function<void(MenuAction)> GtkShell::perform() {
+  return [this](MenuAction action) {
+    if (controller) controller->perform(action);
+  };
+}
+
+void GtkShell::rebuildMenus() {
+  // An open menu keeps its items until it closes; the next tick catches up.
+  if (controller->menuRevision() == menuRevision || contextMenu.menu->get_visible()) return;
+  menuRevision = controller->menuRevision();
+  contextMenu = buildMenu(controller->menu(), perform());
+  if (tray) tray->setMenu(buildMenu(controller->menu(), perform()));
+  auto shown = [this](MenuAction action) { return controller->menuItemShown(action); };
+  showMenuItems(*contextMenu.menu, shown);
+  if (tray) tray->showItems(shown);
+}
+
 void GtkShell::tick() {
   controller->tick();
-  if (controller->menuRevision() != menuRevision) {
-    menuRevision = controller->menuRevision();
-    auto shown = [this](MenuAction action) { return controller->menuItemShown(action); };
-    showMenuItems(*contextMenu.menu, shown);
-    if (tray) tray->showItems(shown);
-  }
+  rebuildMenus();
   // The text changes before the next tick: one more tick right then.
   // (One at a time: a second boundary within the same tick waits for the next.)
   if (const auto extra = controller->extraTickIn(); extra && !extraTick.connected()) {

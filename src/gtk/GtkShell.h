@@ -27,6 +27,7 @@ struct ShellOptions {
   std::string player;           // MPRIS name; empty: the "TargetPlayer" setting, else any player
   BackendChoice backend;
   bool tray = true;  // false where no session bus could carry it
+  bool listen = false;  // sync the subtitle by listening from the start
 };
 
 // The program with its bar: the controller and everything it talks to on
@@ -50,6 +51,8 @@ class GtkShell {
   void quitNow();
   static gboolean onStopSignal(gpointer self);
   void writeTrayIcon();
+  void rebuildMenus();  // when the controller's menu changed
+  std::function<void(MenuAction)> perform();
 
   Gtk::Application& app;
   SystemClock clock;

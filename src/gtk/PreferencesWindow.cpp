@@ -46,11 +46,13 @@ PreferencesWindow::PreferencesWindow(Controller& c, GlobalKeys* keys)
       globalKeys(keys),
       keysRow(Gtk::ORIENTATION_HORIZONTAL, 8),
       everywhere(str(globalKeysCheckTitle)),
-      keysLine(static_cast<int>(prefs::windowWidth - 40)) {
+      keysLine(static_cast<int>(prefs::windowWidth - 40)),
+      listenAlways(str(prefs::listenAlwaysTitle)),
+      listenPrivacy(str(prefs::listenPrivacy)) {
   // Rows more than the five: the fallback encoding, start at login (not on
-  // macOS), the shortcuts' two, then the second subtitle's.
-  const int height =
-      static_cast<int>(prefs::windowHeight + 4 * (prefs::rowSpacing + 24) + prefs::secondRowsHeight);
+  // macOS), the shortcuts' two, the second subtitle's, then listening's.
+  const int height = static_cast<int>(prefs::windowHeight + 4 * (prefs::rowSpacing + 24) + prefs::secondRowsHeight +
+                                      prefs::rowSpacing + prefs::listenRowHeight);
   set_title(str(prefs::windowTitle));
   set_default_size(static_cast<int>(prefs::windowWidth), height);
   set_size_request(static_cast<int>(prefs::windowWidth), height);
@@ -128,6 +130,14 @@ PreferencesWindow::PreferencesWindow(Controller& c, GlobalKeys* keys)
   keysLine.set_ellipsize(Pango::ELLIPSIZE_END);
   keysLine.get_style_context()->add_class("dim-label");
   grid.attach(keysLine, 0, row++, 3, 1);
+  auto* listenRow = Gtk::make_managed<Gtk::Box>(Gtk::ORIENTATION_VERTICAL, 2);
+  listenPrivacy.set_xalign(0);
+  listenPrivacy.set_line_wrap(true);
+  listenPrivacy.set_max_width_chars(48);
+  listenPrivacy.get_style_context()->add_class("dim-label");
+  listenRow->pack_start(listenAlways, Gtk::PACK_SHRINK);
+  listenRow->pack_start(listenPrivacy, Gtk::PACK_SHRINK);
+  grid.attach(*listenRow, 1, row++, 2, 1);
   add(grid);
 
   secondOpen.signal_clicked().connect([this] {
@@ -194,6 +204,9 @@ PreferencesWindow::PreferencesWindow(Controller& c, GlobalKeys* keys)
     controller.setGlobalChord(choices[static_cast<std::size_t>(i)]);
     applyGlobalKeys();
   });
+  listenAlways.signal_toggled().connect([this] {
+    if (!syncing) controller.setListenAlways(listenAlways.get_active());
+  });
   signal_delete_event().connect([this](GdkEventAny*) {
     hide();
     return true;  // kept for the next show
@@ -244,6 +257,7 @@ void PreferencesWindow::refresh() {
                                          globalKeys ? globalKeys->refused() : std::vector<const GlobalAction*>{},
                                          KeyNames::pc));
   keysLine.set_tooltip_text(keysLine.get_text());
+  listenAlways.set_active(v.listenAlways);
   syncing = false;
   second.set_text(v.second.file);
   secondRemove.set_sensitive(v.second.loaded);

@@ -50,6 +50,7 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::CheckButton& globalKeysBox() { return everywhere; }
   Gtk::ComboBoxText& chordPopup() { return chord; }
   Gtk::Label& globalKeysLabel() { return keysLine; }
+  Gtk::CheckButton& listenAlwaysBox() { return listenAlways; }
 
  private:
   void refresh();
@@ -80,6 +81,8 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::CheckButton everywhere;
   Gtk::ComboBoxText chord;
   CappedLabel keysLine;
+  Gtk::CheckButton listenAlways;
+  Gtk::Label listenPrivacy;
 };
 
 }  // namespace lumerix::gtk

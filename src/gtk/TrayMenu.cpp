@@ -79,10 +79,18 @@ Tray::Tray(const std::string& iconDir, const std::string& iconName, BuiltMenu m)
   app_indicator_set_status(indicator, APP_INDICATOR_STATUS_ACTIVE);
 }
 
+void Tray::setMenu(BuiltMenu replacement) {
+  app_indicator_set_menu(indicator, replacement.menu->gobj());
+  // The indicator may still hold the old menu's items (its exported copy
+  // lets go later): the old one stays until the indicator goes.
+  retired.push_back(std::exchange(menu, std::move(replacement)));
+}
+
 Tray::~Tray() {
   g_signal_handlers_disconnect_by_data(indicator, this);
   app_indicator_set_status(indicator, APP_INDICATOR_STATUS_PASSIVE);
   g_object_unref(indicator);
+  retired.clear();
 }
 
 void Tray::connectionChanged(_AppIndicator*, gboolean isConnected, gpointer self) {

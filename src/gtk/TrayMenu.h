@@ -41,10 +41,13 @@ class Tray {
   // Whether a tray host shows the indicator now.
   bool shown() const { return connected; }
   void showItems(const std::function<bool(MenuAction)>& shown) { showMenuItems(*menu.menu, shown); }
+  // Swaps the menu for a new one (items come and go while it runs).
+  void setMenu(BuiltMenu replacement);
 
  private:
   static void connectionChanged(_AppIndicator*, gboolean connected, gpointer self);
   BuiltMenu menu;
+  std::vector<BuiltMenu> retired;
   _AppIndicator* indicator = nullptr;
   bool connected = false;
 };

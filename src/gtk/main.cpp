@@ -27,6 +27,7 @@ int runBar(const lumerix::CommandLine& cl) {
   options.demoSample = kSampleSubtitle;
   options.player = cl.player;
   if (!cl.second.empty()) options.second = cl.second;
+  options.listen = cl.listen;
   options.backend = gtk::chooseBackend();
   // The bar draws with Cairo alone: GDK need not load an OpenGL driver,
   // which costs tens of megabytes (LLVM, where Mesa renders in software).

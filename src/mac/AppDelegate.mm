@@ -36,6 +36,7 @@ struct Shell {
                      controller.shortcutsRefused(refused, chord);
                    }) {
     globalKeys.apply(controller.globalKeySettings());
+    controller.setSoundCapture(platform::makeSoundCapture(*player.system));
   }
 
   std::unique_ptr<SettingsStore> settings;
@@ -52,6 +53,7 @@ struct Shell {
   std::unique_ptr<Shell> _shell;
   NSStatusItem* _statusItem;
   NSMutableArray* _stopSources;
+  int _menuRevision;
 }
 
 - (Controller*)controller {
@@ -137,6 +139,12 @@ struct Shell {
 - (void)tick:(NSTimer*)timer {
   Controller& controller = _shell->controller;
   controller.tick();
+  // Items come and go (listening, undoing it); an open menu keeps its own
+  // until it closes.
+  if (controller.menuRevision() != _menuRevision) {
+    _menuRevision = controller.menuRevision();
+    _statusItem.menu = [self menuFrom:controller.menu()];
+  }
   // The text changes before the next tick: one more tick right then.
   if (const auto extra = controller.extraTickIn()) {
     [NSRunLoop.mainRunLoop addTimer:[NSTimer timerWithTimeInterval:*extra
@@ -166,6 +174,7 @@ struct Shell {
                           }];
   [icon setTemplate:NO];
   _statusItem.button.image = icon;
+  _menuRevision = _shell->controller.menuRevision();
   _statusItem.menu = [self menuFrom:_shell->controller.menu()];
 }
 

@@ -71,4 +71,27 @@ PlayerServices makePlayerServices(SettingsStore&, const std::string&) {
   return p;
 }
 
+namespace {
+
+// Until this platform can listen: every start fails for want of a server.
+class UnavailableCapture : public SoundCapture {
+ public:
+  bool start() noexcept override {
+    current = CaptureState::noServer;
+    return false;
+  }
+  void stop() noexcept override {}
+  void takeFrames(std::vector<HeardFrame>&) noexcept override {}
+  CaptureState state() const noexcept override { return current; }
+
+ private:
+  CaptureState current = CaptureState::idle;
+};
+
+}  // namespace
+
+std::unique_ptr<SoundCapture> makeSoundCapture(const Clock&) {
+  return std::make_unique<UnavailableCapture>();
+}
+
 }  // namespace lumerix::platform

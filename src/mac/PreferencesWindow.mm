@@ -28,12 +28,14 @@ namespace prefs = lumerix::prefs;
   NSButton* _globalBox;
   NSPopUpButton* _chordPopup;
   NSTextField* _globalLine;
+  NSButton* _listenAlways;
 }
 
 - (instancetype)initWithController:(lumerix::mac::ControllerLookup)controller {
   // Rows more than the five: the fallback encoding, the second subtitle's,
-  // then the shortcuts with the chord.
-  const double height = prefs::windowHeight + prefs::secondRowsHeight + 3 * (prefs::rowSpacing + 25);
+  // the shortcuts with the chord, then listening's.
+  const double height = prefs::windowHeight + prefs::secondRowsHeight + 3 * (prefs::rowSpacing + 25) +
+                        prefs::rowSpacing + prefs::listenRowHeight;
   NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth, height)
                                                  styleMask:NSWindowStyleMaskTitled | NSWindowStyleMaskClosable
                                                    backing:NSBackingStoreBuffered
@@ -94,6 +96,9 @@ namespace prefs = lumerix::prefs;
   _globalLine = [self secondaryLabel:""];
   _globalLine.lineBreakMode = NSLineBreakByTruncatingTail;
   [_globalLine.widthAnchor constraintLessThanOrEqualToConstant:prefs::windowWidth - 40].active = YES;
+  _listenAlways = [NSButton checkboxWithTitle:nsString(prefs::listenAlwaysTitle)
+                                       target:self
+                                       action:@selector(listenAlwaysChanged:)];
   [self buildUI];
   [self syncFromController];
   return self;
@@ -134,6 +139,14 @@ namespace prefs = lumerix::prefs;
                                             target:self
                                             action:@selector(openSecond:)];
   NSView* none = NSGridCell.emptyContentView;
+  NSTextField* privacy = [self secondaryLabel:prefs::listenPrivacy];
+  privacy.font = [NSFont systemFontOfSize:NSFont.smallSystemFontSize];
+  privacy.lineBreakMode = NSLineBreakByWordWrapping;
+  privacy.preferredMaxLayoutWidth = prefs::sliderWidth + prefs::valueLabelWidth;
+  NSStackView* listen = [NSStackView stackViewWithViews:@[ _listenAlways, privacy ]];
+  listen.orientation = NSUserInterfaceLayoutOrientationVertical;
+  listen.alignment = NSLayoutAttributeLeading;
+  listen.spacing = 2;
   NSGridView* grid = [NSGridView gridViewWithViews:@[
     @[ [self rowTitle:prefs::fontRow.title], _fontSlider, _fontValue ],
     @[ [self rowTitle:prefs::strokeRow.title], _strokeSlider, _strokeValue ],
@@ -150,7 +163,9 @@ namespace prefs = lumerix::prefs;
     @[ [self rowTitle:prefs::secondColorTitle], _secondColorPopup, none ],
     @[ [self rowTitle:lumerix::globalKeysTitle], [NSStackView stackViewWithViews:@[ _globalBox, _chordPopup ]], none ],
     @[ none, _globalLine, none ],
+    @[ none, listen, none ],
   ]];
+  [[grid cellForView:listen].row mergeCellsInRange:NSMakeRange(1, 2)];
   grid.rowSpacing = prefs::rowSpacing;
   grid.columnSpacing = prefs::columnSpacing;
   [grid columnAtIndex:0].xPlacement = NSGridCellPlacementTrailing;
@@ -179,6 +194,7 @@ namespace prefs = lumerix::prefs;
   _secondFontSlider.doubleValue = values.second.fontSize;
   [_secondPositionPopup selectItemAtIndex:values.second.position];
   [_secondColorPopup selectItemAtIndex:values.second.color];  // -1: none of ours
+  _listenAlways.state = values.listenAlways ? NSControlStateValueOn : NSControlStateValueOff;
   [self refreshValueLabels];
   [self syncGlobalKeys];
 }
@@ -288,6 +304,10 @@ namespace prefs = lumerix::prefs;
 
 - (void)encodingChanged:(NSPopUpButton*)sender {
   if (Controller* c = _controller()) c->setFallbackEncodingIndex(sender.indexOfSelectedItem);
+}
+
+- (void)listenAlwaysChanged:(NSButton*)sender {
+  if (Controller* c = _controller()) c->setListenAlways(sender.state == NSControlStateValueOn);
 }
 
 - (void)chooseFolder:(id)sender {

@@ -146,6 +146,8 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   player.conventions.texts.startHint = consoleStartHint(player.conventions.texts.startHint);
   Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle, player.conventions,
                         options.demo ? std::nullopt : options.second);
+  controller.setSoundCapture(platform::makeSoundCapture(clock));
+  if (options.listen) controller.startListening();
   // Only now is there a calibration to save on the way out; a stop signal
   // that came while the subtitle loaded was held for this moment.
   stopFlag = &quit;
@@ -212,7 +214,7 @@ int runProgram(int argc, char** argv, std::string_view demoSample,
       if (!cl.headless && showBar) return showBar(cl);
       return runHeadless({cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file),
                           cl.second.empty() ? std::nullopt : std::optional<std::string>(cl.second), cl.demo,
-                          cl.player, demoSample},
+                          cl.listen, cl.player, demoSample},
                          std::cout, std::cerr);
     case CommandLine::Mode::doAction: {
       std::string why;

@@ -66,6 +66,7 @@ struct HeadlessOptions {
   std::optional<std::string> subtitle;
   std::optional<std::string> second;
   bool demo = false;
+  bool listen = false;          // sync the subtitle by listening from the start
   std::string player;           // MPRIS name; empty: the "TargetPlayer" setting, else any player
   std::string_view demoSample;  // the bundled sample subtitle's text, for the demo
 };

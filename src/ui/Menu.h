@@ -27,6 +27,8 @@ enum class MenuAction {
   howTo,
   about,
   quit,
+  listen,    // starts or stops syncing by listening
+  undoSync,  // only while a sync by listening can be undone
   // The first of a range: reopenEncodingAction(i) reopens the file in
   // encoding i of the menu's list (0: guessed). Last, so the range is free.
   reopenEncoding,
@@ -59,8 +61,15 @@ struct UiTexts;
 // updates it) nor a permission command (there is nothing to grant).
 enum class MenuStyle { commandShortcuts, barKeys };
 
-// The status item's menu, top to bottom, in a platform's words; built once,
-// never changed.
-std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style = MenuStyle::commandShortcuts);
+// What changes the menu: listening turns its item into the stop item, and
+// a sync by listening adds the item that undoes it.
+struct MenuState {
+  bool listening = false;
+  bool canUndoSync = false;
+};
+
+// The status item's menu, top to bottom, in a platform's words.
+std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style = MenuStyle::commandShortcuts,
+                                 MenuState state = {});
 
 }  // namespace lumerix

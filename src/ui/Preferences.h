@@ -34,6 +34,14 @@ inline constexpr std::string_view chooseTitle = "Choose…";
 // encodings by language (Controller::fallbackEncodingItems()).
 inline constexpr std::string_view fallbackEncodingTitle = "Fallback encoding";
 inline constexpr std::string_view automaticEncodingTitle = "Automatic";
+// A check box: listen in short windows while playing and correct the offset
+// when the sound and the subtitle drift apart; with what that means for
+// the sound, in smaller type under it.
+inline constexpr std::string_view listenAlwaysTitle = "Keep in sync by listening";
+inline constexpr std::string_view listenPrivacy =
+    "Sound is examined in memory only while listening, never written or sent anywhere.";
+// The row's height, box and line, beyond the others.
+inline constexpr double listenRowHeight = 40;
 // Linux: a check box that adds Lumerix to the desktop's autostart.
 inline constexpr std::string_view startAtLoginTitle = "Start at Login";
 
@@ -82,6 +90,7 @@ struct Values {
     long long color = -1;    // index in secondColors; -1: a colour of the user's own
   } second;
   long long fallbackEncoding = 0;  // the pop-up's index
+  bool listenAlways = false;
 };
 
 }  // namespace lumerix::prefs
