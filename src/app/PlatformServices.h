@@ -5,7 +5,9 @@
 #include <string>
 
 #include "app/Conventions.h"
+#include "platform/Clock.h"
 #include "platform/SettingsStore.h"
+#include "platform/SoundCapture.h"
 #include "platform/System.h"
 #include "sync/FusedSync.h"
 
@@ -34,5 +36,9 @@ PlayerServices makePlayerServices(SettingsStore& settings, const std::string& pl
 // and keeps its settings in a file of its own; macOS follows the TV app and
 // keeps them in the user defaults. What --help offers follows it.
 bool linuxPlayers();
+
+// Listening to what the machine plays, for syncing by listening; nothing is
+// captured until the controller starts it.
+std::unique_ptr<SoundCapture> makeSoundCapture(const Clock& clock);
 
 }  // namespace lumerix::platform

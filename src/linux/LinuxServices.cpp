@@ -5,6 +5,7 @@
 #include "linux/FileSettingsStore.h"
 #include "linux/LinuxSyncCommands.h"
 #include "linux/LinuxSystem.h"
+#include "linux/PulseCapture.h"
 #include "sync/TVSync.h"
 
 namespace lumerix::platform {
@@ -43,6 +44,10 @@ PlayerServices makePlayerServices(SettingsStore& settings, const std::string& pl
   // Players here report file names: "Show.S01E02.mkv" is episode 2.
   p.conventions = {linuxUiTexts(name), EpisodeRule::seasonEpisodeTag, MenuStyle::barKeys};
   return p;
+}
+
+std::unique_ptr<SoundCapture> makeSoundCapture(const Clock& clock) {
+  return std::make_unique<PulseCapture>(clock);
 }
 
 }  // namespace lumerix::platform

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <vector>
+
+#include "platform/SoundCapture.h"
+
+// The pieces every capture shares, whatever delivers the sound: cutting it
+// into 10 ms frames with a stamp each, judging how loud a frame is, and the
+// queue between the capture thread and the main thread.
+namespace lumerix::sound {
+
+constexpr int sampleRate = 16000;
+constexpr int frameSamples = sampleRate / 100;  // 10 ms
+constexpr double frameSeconds = 0.01;
+
+// Loudness of samples in [-1, 1] as RMS in dBFS: a full-scale square wave is
+// 0, a full-scale sine about -3; digital silence is floored at -120 so it
+// stays a number.
+float levelDbfs(const float* samples, std::size_t count) noexcept;
+
+// Judges one 10 ms frame of 16 kHz mono: speech or not.
+class SpeechDetector {
+ public:
+  virtual ~SpeechDetector() = default;
+  virtual bool isSpeech(const float* frame) noexcept = 0;
+};
+
+// Turns blocks of any length into whole 10 ms frames. The sound server
+// hands over what it has, and a block's stamp says when its first sample
+// played; frames are stamped from the block's own stamp while blocks follow
+// one another without a gap, so a jittery arrival time does not make the
+// frames jitter. A block whose stamp strays more than `resyncSeconds` from
+// where the frames had got to (a hole, a server that caught up, a moved
+// stream) starts the count again from its own stamp.
+class FrameCutter {
+ public:
+  explicit FrameCutter(double resyncSeconds = 0.03) : resync_(resyncSeconds) {}
+  // Appends the frames completed by `samples` to `out`, each with its verdict
+  // from `detector` and its level.
+  void push(const float* samples, std::size_t count, double firstSampleUptime, SpeechDetector& detector,
+            std::vector<HeardFrame>& out);
+  // Forgets a partial frame, as after a hole in the sound.
+  void reset() noexcept;
+
+ private:
+  double resync_;
+  std::vector<float> pending_;
+  double pendingStart_ = 0;  // the stamp of pending_[0]
+  bool started_ = false;
+};
+
+// The hand-over from the capture thread to the main thread: bounded, so a
+// main thread that stops taking does not let memory grow; the oldest frames
+// go first because the newest are the ones still worth aligning.
+class FrameQueue {
+ public:
+  explicit FrameQueue(std::size_t capacity = 500) : capacity_(capacity) {}
+  void push(const std::vector<HeardFrame>& frames);
+  void takeAll(std::vector<HeardFrame>& out);
+  void clear();
+  std::size_t dropped() const;
+
+ private:
+  mutable std::mutex mutex_;
+  std::deque<HeardFrame> frames_;
+  std::size_t capacity_;
+  std::size_t dropped_ = 0;
+};
+
+}  // namespace lumerix::sound
