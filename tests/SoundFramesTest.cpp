@@ -22,9 +22,9 @@ class SignDetector : public SpeechDetector {
 };
 
 std::vector<float> ramp(std::size_t n, std::size_t from = 0) {
-  // Each frame's first sample carries its frame number's parity as a sign.
+  // Odd frames loud and positive, even frames quiet and negative.
   std::vector<float> v(n);
-  for (std::size_t i = 0; i < n; ++i) v[i] = ((from + i) / frameSamples) % 2 ? 0.5f : -0.5f;
+  for (std::size_t i = 0; i < n; ++i) v[i] = ((from + i) / frameSamples) % 2 ? 0.5f : -0.01f;
   return v;
 }
 
@@ -64,7 +64,7 @@ TEST(FrameCutter, BlocksOfAnySizeMakeWholeFramesStampedFromTheirFirstSample) {
     SCOPED_TRACE(i);
     EXPECT_NEAR(out[i].uptime, start + 0.008 + double(i) * frameSeconds, 1e-9);
     EXPECT_EQ(out[i].speech, i % 2 == 1);
-    EXPECT_NEAR(out[i].level, 20 * std::log10(0.5), 1e-4);
+    EXPECT_NEAR(out[i].level, 20 * std::log10(i % 2 ? 0.5 : 0.01), 1e-4);
   }
 }
 
@@ -92,6 +92,27 @@ TEST(FrameCutter, AJumpInTheStampsOrAResetStartsTheCountAgain) {
   cutter.push(block.data(), 160, 10.525, detector, out);
   ASSERT_EQ(out.size(), 4u);
   EXPECT_NEAR(out[3].uptime, 10.525, 1e-9);
+}
+
+TEST(BedGate, SpeechMustStandOutOfASteadyBedButNotOfSilence) {
+  BedGate gate;
+  // A bed at -30 dBFS for ten seconds: never standing out of itself.
+  int out = 0;
+  for (int i = 0; i < 1000; ++i) out += gate.standsOut(-30.0f + float(i % 3));
+  EXPECT_LT(out, 10);
+  // Speech 10 dB over it stands out, and keeps doing so while it lasts
+  // less than most of the window; a bump of 2 dB does not.
+  for (int i = 0; i < 300; ++i) EXPECT_TRUE(gate.standsOut(-20.0f)) << i;
+  for (int i = 0; i < 100; ++i) EXPECT_FALSE(gate.standsOut(-28.5f)) << i;
+  // Over silence the floor is silence: quiet speech counts.
+  BedGate quiet;
+  for (int i = 0; i < 1000; ++i) quiet.standsOut(-120.0f);
+  EXPECT_TRUE(quiet.standsOut(-50.0f));
+  // A bed that keeps growing louder is followed: after ten seconds at a new
+  // level, that level is the floor.
+  for (int i = 0; i < 1000; ++i) gate.standsOut(-10.0f);
+  EXPECT_FALSE(gate.standsOut(-8.0f));
+  EXPECT_TRUE(gate.standsOut(-2.0f));
 }
 
 TEST(FrameQueue, KeepsTheNewestWhenNobodyTakesAndHandsOverInOrder) {

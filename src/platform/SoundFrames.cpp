@@ -1,5 +1,6 @@
 #include "platform/SoundFrames.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace lumerix::sound {
@@ -11,6 +12,21 @@ float levelDbfs(const float* samples, std::size_t count) noexcept {
   const double mean = sum / double(count);
   if (!(mean > 1e-12)) return -120.0f;  // also catches NaN
   return float(std::max(-120.0, 10.0 * std::log10(mean)));
+}
+
+bool BedGate::standsOut(float level) {
+  levels_[next_] = level;
+  next_ = (next_ + 1) % window;
+  ++seen_;
+  // The floor moves slowly; finding it every tenth of a second is plenty.
+  if (seen_ % 10 == 1) {
+    const std::size_t n = std::min(seen_, window);
+    scratch_.assign(levels_.begin(), levels_.begin() + std::ptrdiff_t(n));
+    auto fifth = scratch_.begin() + std::ptrdiff_t(n / 5);
+    std::nth_element(scratch_.begin(), fifth, scratch_.end());
+    floor_ = *fifth;
+  }
+  return level >= floor_ + margin;
 }
 
 void FrameCutter::push(const float* samples, std::size_t count, double firstSampleUptime, SpeechDetector& detector,
@@ -29,7 +45,9 @@ void FrameCutter::push(const float* samples, std::size_t count, double firstSamp
     HeardFrame f;
     f.uptime = pendingStart_ + double(used) / sampleRate;
     f.level = levelDbfs(frame, frameSamples);
-    f.speech = detector.isSpeech(frame);
+    // The detector sees every frame: it keeps its own state.
+    const bool voice = detector.isSpeech(frame);
+    f.speech = gate_.standsOut(f.level) && voice;
     out.push_back(f);
     used += frameSamples;
   }
