@@ -7,6 +7,7 @@
 #include "mac/MacSettingsStore.h"
 #include "mac/MacSyncCommands.h"
 #include "mac/MacSystem.h"
+#include "mac/ProcessTapCapture.h"
 #include "sync/TVSync.h"
 
 namespace lumerix::platform {
@@ -48,6 +49,10 @@ PlayerServices makePlayerServices(SettingsStore&, const std::string&) {
   p.fused = fused.get();
   p.source = std::move(fused);
   return p;
+}
+
+std::unique_ptr<SoundCapture> makeSoundCapture(const Clock& clock) {
+  return std::make_unique<ProcessTapCapture>(clock);
 }
 
 }  // namespace lumerix::platform
