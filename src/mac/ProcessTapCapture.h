@@ -18,8 +18,8 @@ namespace lumerix {
 // callback runs on a real-time thread and only copies the sound into a
 // ring; a thread of the capture's own sets the tap up, resamples to 16 kHz,
 // judges speech and hands frames to the main thread, and tears it all down.
-// Where the TV app's sound comes from a process the tap cannot name (none of
-// its processes plays), the tap takes the whole output instead.
+// Where the audio system knows no process of the TV app, the tap takes the
+// whole output instead.
 class ProcessTapCapture : public SoundCapture {
  public:
   explicit ProcessTapCapture(const Clock& clock);

@@ -70,20 +70,22 @@ NSString* stringProperty(AudioObjectID object, AudioObjectPropertySelector selec
   return (__bridge_transfer NSString*)value;
 }
 
-// The TV app's processes that play sound. Its sound may come from a helper
-// with a bundle identifier of its own, so any process of the app's family
-// counts; when none of them plays, there is nothing to pick.
+// The TV app's processes: those playing sound if any does (its sound may
+// come from a helper with a bundle identifier of its own, so the whole
+// family counts), else all of them, as when playback is paused. Empty when
+// the app has no process the audio system knows.
 NSArray<NSNumber*>* tvProcesses() {
-  NSMutableArray<NSNumber*>* found = [NSMutableArray array];
+  NSMutableArray<NSNumber*>* family = [NSMutableArray array];
+  NSMutableArray<NSNumber*>* playing = [NSMutableArray array];
   for (AudioObjectID process : listProperty<AudioObjectID>(kAudioObjectSystemObject,
                                                            kAudioHardwarePropertyProcessObjectList)) {
     NSString* bundle = stringProperty(process, kAudioProcessPropertyBundleID);
     if (!bundle || !([bundle isEqualToString:@"com.apple.TV"] || [bundle hasPrefix:@"com.apple.TV."])) continue;
-    UInt32 playing = 0;
-    if (property(process, kAudioProcessPropertyIsRunningOutput, playing) && playing)
-      [found addObject:@(process)];
+    [family addObject:@(process)];
+    UInt32 running = 0;
+    if (property(process, kAudioProcessPropertyIsRunningOutput, running) && running) [playing addObject:@(process)];
   }
-  return found;
+  return playing.count ? playing : family;
 }
 
 // What the output device adds after the tap: the player's position follows
@@ -117,23 +119,20 @@ OSStatus heard(AudioObjectID, const AudioTimeStamp* now, const AudioBufferList* 
   const std::size_t w = ring->written.load(std::memory_order_relaxed);
   if (w - ring->read.load(std::memory_order_acquire) >= ProcessTapCapture::Ring::slots) return noErr;
   auto& slot = ring->slot[w % ProcessTapCapture::Ring::slots];
-  UInt32 frames = 0;
-  UInt32 channels = 0;
-  slot.samples.fill(0.0f);
-  for (UInt32 b = 0; b < input->mNumberBuffers; ++b) {
-    const AudioBuffer& buf = input->mBuffers[b];
-    if (!buf.mData || buf.mNumberChannels == 0) continue;
-    const UInt32 n = std::min<UInt32>(buf.mDataByteSize / (sizeof(float) * buf.mNumberChannels),
-                                      UInt32(ProcessTapCapture::Ring::slotSamples));
-    const auto* data = static_cast<const float*>(buf.mData);
-    for (UInt32 i = 0; i < n; ++i)
-      for (UInt32 c = 0; c < buf.mNumberChannels; ++c) slot.samples[i] += data[i * buf.mNumberChannels + c];
-    frames = std::max(frames, n);
-    channels += buf.mNumberChannels;
-  }
+  // The tap is the aggregate's last input stream; any before it belong to
+  // the output device (a headset's microphone, say), which is not ours to hear.
+  const AudioBuffer& buf = input->mBuffers[input->mNumberBuffers - 1];
+  if (!buf.mData || buf.mNumberChannels == 0) return noErr;
+  const UInt32 channels = buf.mNumberChannels;
+  const UInt32 frames = std::min<UInt32>(buf.mDataByteSize / (sizeof(float) * channels),
+                                         UInt32(ProcessTapCapture::Ring::slotSamples));
   if (frames == 0) return noErr;
-  if (channels > 1)
-    for (UInt32 i = 0; i < frames; ++i) slot.samples[i] /= float(channels);
+  const auto* data = static_cast<const float*>(buf.mData);
+  for (UInt32 i = 0; i < frames; ++i) {
+    float sum = 0;
+    for (UInt32 c = 0; c < channels; ++c) sum += data[i * channels + c];
+    slot.samples[i] = sum / float(channels);
+  }
   const bool timed = inputTime && (inputTime->mFlags & kAudioTimeStampHostTimeValid);
   slot.hostTime = timed ? inputTime->mHostTime : (now ? now->mHostTime : mach_absolute_time());
   slot.count = frames;
