@@ -119,7 +119,7 @@ def run(lumerix, work, clip, srt, initial=None, timeout=100.0, log=None):
             if lum.poll() is not None:
                 out["ended"] = True
                 break
-            listening = [t for t, s in statuses if "listen" in s.lower()]
+            listening = [t for t, s in statuses if s.startswith("Listening")]
             if started is None and listening:
                 started, cpu0 = time.monotonic(), cpu_seconds(lum.pid)
             now = side_file(srt)
@@ -129,7 +129,7 @@ def run(lumerix, work, clip, srt, initial=None, timeout=100.0, log=None):
             # Listening was under way and the status has moved on to
             # something else for longer than a hint lasts: it stopped
             # without a result.
-            if started and statuses and "listening" not in statuses[-1][1].lower() and \
+            if started and statuses and not statuses[-1][1].startswith("Listening") and \
                     time.monotonic() - t0 - statuses[-1][0] > 4.0:
                 out["ended"] = True
                 break

@@ -101,7 +101,8 @@ def make_subtitle(args):
         # a subtitle stays up a moment after the line is said.
         length = 0.35 + 0.068 * len(text) + rng.uniform(0.1, 0.5)
         out.append("%d\n%s --> %s\n%s\n" % (i + 1, fmt(t), fmt(t + length), text))
-        t += length + rng.choice([0.3, 0.6, 1.0, 1.5, 2.5, 4.0, 6.0]) * rng.uniform(0.7, 1.3)
+        # Mostly quick exchanges, now and then a longer pause.
+        t += length + rng.choice([0.2, 0.4, 0.6, 0.9, 1.3, 2.0, 3.5]) * rng.uniform(0.7, 1.3)
     with open(args.out, "w", encoding="utf-8") as f:
         f.write("\n".join(out))
 
@@ -218,7 +219,7 @@ def make_clip(args):
         subprocess.run(["ffmpeg", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
                         "color=c=0x203050:s=320x180:r=25:d=%.3f" % end, "-i", mix, "-c:v", "libx264",
                         "-preset", "ultrafast", "-tune", "stillimage", "-g", "25", "-c:a", "aac", "-b:a", "96k",
-                        "-shortest", "-metadata", "title=Lumerix listening check", args.out], check=True)
+                        "-shortest", "-metadata", "title=Lumerix sound check", args.out], check=True)
     if args.truth:
         with open(args.truth, "w") as f:
             json.dump({"duration": round(end, 3), "speech": truth}, f, indent=1)
