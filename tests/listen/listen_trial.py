@@ -126,11 +126,11 @@ def run(lumerix, work, clip, srt, initial=None, timeout=100.0, log=None):
             if changed(now, before):
                 out["result"] = now
                 break
-            # Listening was under way and the status has moved on to
-            # something else for longer than a hint lasts: it stopped
+            # Listening was under way and no listening status has come for
+            # longer than a hint lasts, other statuses have: it stopped
             # without a result.
             if started and statuses and not statuses[-1][1].startswith("Listening") and \
-                    time.monotonic() - t0 - statuses[-1][0] > 4.0:
+                    time.monotonic() - t0 - max(listening) > 4.0:
                 out["ended"] = True
                 break
         end = time.monotonic()
