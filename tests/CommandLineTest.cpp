@@ -57,6 +57,11 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
       {{"--demo", "a.srt"}, Mode::usageError, ""},
       {{"--frobnicate"}, Mode::usageError, ""},
       {{"-x"}, Mode::usageError, ""},
+      {{"--headless", "--listen", "--player", "mpv", "ep.srt"}, Mode::run, "ep.srt"},
+      {{"--listen", "ep.srt"}, Mode::run, "ep.srt"},
+      {{"--listen"}, Mode::usageError, ""},  // nothing to listen for
+      {{"--listen", "--demo"}, Mode::usageError, ""},
+      {{"--listen", "--dump-cues", "a.srt"}, Mode::usageError, ""},
   };
   for (const Row& r : rows) {
     const CommandLine cl = parseCommandLine(r.args);
@@ -71,6 +76,8 @@ TEST(CommandLineParsing, OptionsAndMistakes) {
   EXPECT_TRUE(parseCommandLine({"--headless", "a.srt"}).headless);
   EXPECT_FALSE(parseCommandLine({"a.srt"}).headless);
   EXPECT_EQ(parseCommandLine({"--player=vlc"}).player, "vlc");
+  EXPECT_TRUE(parseCommandLine({"--listen", "a.srt"}).listen);
+  EXPECT_FALSE(parseCommandLine({"a.srt"}).listen);
 }
 
 struct Run {
@@ -298,6 +305,20 @@ TEST(CommandLineProgram, HeadlessSavesTheTimingWhenStopped) {
     EXPECT_EQ(warnings.str(), "");
     EXPECT_NE(run.out.find(R"("status":"Loaded ep.srt · 1 cues")"), std::string::npos) << run.out;
   }
+}
+
+TEST(CommandLineProgram, ListenStartsAtOnceAndSaysWhyItCannot) {
+#if defined(__APPLE__)
+  GTEST_SKIP() << "the app bundle has no command line of its own";
+#endif
+  test::TempDir dir;
+  dir.write("ep.srt", "00:00:01,000 --> 00:00:02,000\nHi\n");
+  ::setenv("XDG_CONFIG_HOME", dir.path("config").c_str(), 1);
+  auto run = runFor({"--headless", "--listen", dir.path("ep.srt")}, std::chrono::milliseconds(300));
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find(R"("status":"Too few spoken lines in this subtitle to sync by listening")"),
+            std::string::npos)
+      << run.out;
 }
 
 TEST(CommandLineProgram, DumpCuesReportsUnreadableFiles) {

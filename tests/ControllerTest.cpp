@@ -546,6 +546,10 @@ TEST(ControllerPreferences, ControlsWriteAtOnceAndTheWindowShowsTheLiveValues) {
   EXPECT_EQ(v.alpha, 0.92);
   EXPECT_EQ(v.bgMode, 0);
   EXPECT_EQ(v.folder, "not set — open a subtitle once");
+  EXPECT_FALSE(v.listenAlways);
+  r.c->setListenAlways(true);
+  EXPECT_TRUE(r.c->preferenceValues().listenAlways);
+  EXPECT_TRUE(r.settings.boolFor("ListenAlways"));
 
   r.c->render("Hi", false);
   r.c->setFontSize(33.7);  // every intermediate slider value is kept
@@ -660,7 +664,7 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
   EXPECT_THAT(r.dialogs.calls, ElementsAre("activate", "alert:Lumerix can't follow mpv"));
   EXPECT_EQ(r.host.status, "Nothing to grant: players share their position over MPRIS");
   // The menu names the bar's keys and offers no update command there.
-  EXPECT_EQ(r.c->menu().at(9).title, "Player Permission…");
+  EXPECT_EQ(r.c->menu().at(10).title, "Player Permission…");
   EXPECT_EQ(r.c->menu().at(0).keyEquivalent, "o");
   EXPECT_TRUE(r.c->menu().at(0).plainKey);
   for (const MenuItem& item : r.c->menu()) EXPECT_NE(item.action, MenuAction::checkUpdates) << item.title;
@@ -672,8 +676,8 @@ TEST(ControllerPlatforms, LinuxWordsAndEpisodeTags) {
   mac.settings.set("SubtitleFolder", test::TempDir::parentOf(mac.dir.path("x")));
   mac.tickAt(1, "Show.S01E02.mkv");
   EXPECT_EQ(mac.s().subName, "Show.S01E01.srt");
-  EXPECT_EQ(mac.c->menu().at(10).title, "Grant TV Permission…");
-  EXPECT_EQ(mac.c->menu().at(9).action, MenuAction::checkUpdates);
+  EXPECT_EQ(mac.c->menu().at(11).title, "Grant TV Permission…");
+  EXPECT_EQ(mac.c->menu().at(10).action, MenuAction::checkUpdates);
   EXPECT_FALSE(mac.c->menu().at(0).plainKey);
 }
 

@@ -276,17 +276,24 @@ TEST_F(WithGtk, TheMenuIsTheCoresTitleForTitleWithTheBarsKeys) {
   EXPECT_THAT(describe(*built.menu),
               ElementsAre("Open Subtitle… [O]", "Re-enable Episode Auto-pick [A]", "---",
                           "Subtitle Timing {−0.5 s [Left]} {−0.1 s [,]} {+0.1 s [.]} {+0.5 s [Right]}",
-                          "Bigger Text [+]", "Smaller Text [-]", "Toggle Background Style [T]", "---", "Preferences…",
+                          "Sync by Listening [L]", "Bigger Text [+]", "Smaller Text [-]", "Toggle Background Style [T]", "---", "Preferences…",
                           "Player Permission…", "How to Use…", "About Lumerix", "---", "Quit Lumerix [Q]"));
   // Items act through the core's actions, the submenu's too.
   auto children = built.menu->get_children();
-  dynamic_cast<Gtk::MenuItem*>(children.at(5))->activate();
+  dynamic_cast<Gtk::MenuItem*>(children.at(6))->activate();
   dynamic_cast<Gtk::MenuItem*>(dynamic_cast<Gtk::MenuItem*>(children.at(3))->get_submenu()->get_children().at(1))
       ->activate();
   EXPECT_THAT(performed, ElementsAre(MenuAction::fontDown, MenuAction::offsetM1));
   // Without a tray host (none here) the indicator starts and nothing breaks.
   Tray tray("", "lumerix-status", buildMenu(statusMenu(linuxUiTexts("")), [](MenuAction) {}));
   EXPECT_FALSE(tray.shown());
+  // While listening, and once a sync by listening can be undone, the menu
+  // is built anew and swapped in.
+  BuiltMenu listening = buildMenu(statusMenu(linuxUiTexts(""), MenuStyle::barKeys, {true, true}), [](MenuAction) {});
+  const auto lines = describe(*listening.menu);
+  EXPECT_EQ(lines.at(4), "Stop Listening [L]");
+  EXPECT_EQ(lines.at(5), "Undo Sync");
+  tray.setMenu(std::move(listening));
 }
 
 struct PrefsRig {

@@ -40,6 +40,8 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
       headless = true;
     } else if (a == "--demo") {
       cl.demo = true;
+    } else if (a == "--listen") {
+      cl.listen = true;
     } else if (a == "--player" || a.starts_with("--player=")) {
       if (a == "--player" && i + 1 >= args.size()) return usage("--player needs a NAME");
       cl.player = a == "--player" ? args[++i] : a.substr(std::string("--player=").size());
@@ -55,8 +57,8 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
   }
   if (standalone) return cl;
   if (dumpCues) {
-    if (headless || cl.demo || !cl.player.empty()) {
-      return usage("--dump-cues cannot be combined with --headless, --demo or --player");
+    if (headless || cl.demo || !cl.player.empty() || cl.listen) {
+      return usage("--dump-cues cannot be combined with --headless, --demo, --listen or --player");
     }
     if (files.size() > 1) return usage("unexpected argument '" + files[1] + "'");
     cl.mode = CommandLine::Mode::dumpCues;
@@ -65,6 +67,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& args) {
   }
   if (cl.demo && !files.empty()) return usage("--demo plays its own sample; drop '" + files[0] + "'");
   if (files.size() > 1) return usage("unexpected argument '" + files[1] + "'");
+  if (cl.listen && (cl.demo || files.empty())) return usage("--listen needs a FILE and no --demo");
   cl.mode = CommandLine::Mode::run;
   cl.headless = headless;
   if (!files.empty()) cl.file = files[0];
@@ -79,8 +82,8 @@ std::optional<std::string> missingStartupFileNote(const std::string& file) {
 
 std::string helpText(bool window, bool linux) {
   const char* player = linux ? " [--player NAME]" : "";
-  std::string text = std::string("Usage: lumerix") + player + " [FILE]\n" + "       lumerix --headless" + player +
-                     " [FILE]\n" +
+  std::string text = std::string("Usage: lumerix") + player + " [--listen] [FILE]\n" + "       lumerix --headless" +
+                     player + " [--listen] [FILE]\n" +
                      "       lumerix --demo [--headless]\n"
                      "       lumerix --dump-cues FILE\n"
                      "       lumerix --help | --version\n"
@@ -112,6 +115,12 @@ std::string helpText(bool window, bool linux) {
         "                     chromium). Without it: the \"TargetPlayer\" setting,\n"
         "                     else whichever player is playing\n";
   }
+  text +=
+      "  --listen FILE      sync FILE by listening from the start, as the key l\n"
+      "                     does: the sound that plays is examined in memory for\n"
+      "                     speech, never written or sent anywhere, until the\n"
+      "                     offset and rate are sure (then saved to\n"
+      "                     FILE.sync.json) or 90 s of playing were not enough\n";
   text += window ? "  --demo             the bar against a built-in player that plays from 0 s\n"
                    "                     (\"Demo S01E01\") with a bundled sample subtitle; with\n"
                    "                     --headless, printed instead; your settings are not\n"
@@ -139,6 +148,7 @@ std::string helpText(bool window, bool linux) {
         "                     in the video, 2 with one aligned near the end\n"
         "  f                  next frame-rate ratio\n"
         "  a                  the subtitle for the episode playing\n"
+        "  l                  sync by listening (again: stop)\n"
         "  o                  open a subtitle\n"
         "  t                  outline or black band\n"
         "  + -                text size\n"

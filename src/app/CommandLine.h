@@ -15,6 +15,7 @@ struct CommandLine {
   std::string file;       // dumpCues: the subtitle file; run: the start-up subtitle, if any
   bool headless = false;  // run: print what the bar would show instead of showing it
   bool demo = false;      // run: the built-in player and the bundled sample
+  bool listen = false;    // run: sync FILE by listening from the start, as the key does
   std::string player;     // run: the MPRIS player to follow; empty: the setting, else any
   std::string error;      // usageError: one line for stderr
 };

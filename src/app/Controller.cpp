@@ -44,6 +44,7 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
   s.bgMode = defaults.integerFor(keys::bgMode);
   s.strokeWidth = defaults.doubleFor(keys::strokeWidth);
   s.debugLog = defaults.boolFor(keys::debugLog);
+  listening.always = defaults.boolFor(keys::listenAlways);
   sync->start();
   buildPanel();
   if (subtitlePath) loadSubtitle(*subtitlePath);
@@ -64,13 +65,14 @@ void Controller::tick() noexcept {
     s.lastPermissionIssue = issue;
   }
   if (snap.playing) maybeAutoPick(snap.track);
+  tickListening();
 
   s.lastPosition = snap.position;
   s.extraTickIn.reset();
   if (!snap.position) {
     render(kBrand, true);
     services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);
-    if (!(now() > s.hintUntil) || showNextNote()) return;
+    if (!(now() > s.hintUntil) || showNextNote() || showListeningProgress()) return;
     statusLine.assign("◌ ").append(snap.status);
     setStatus(statusLine);
     return;
@@ -105,7 +107,7 @@ void Controller::tick() noexcept {
   }
   render(*text, false);
   planExtraTick(*snap.position, lo < s.starts.size() ? &s.starts[lo] : nullptr, shown);
-  if (!(now() > s.hintUntil) || showNextNote()) return;
+  if (!(now() > s.hintUntil) || showNextNote() || showListeningProgress()) return;
 
   statusLine.assign(snap.playing ? "⇄" : "⏸").append(" ").append(snap.track).append("  ");
   statusLine.append(fmtTime(*snap.position));  // the player's clock, not subtitle time
@@ -206,6 +208,8 @@ bool Controller::handleKey(int keyCode, bool shift, std::string_view characters)
     openFileDialog();
   } else if (c == "a") {
     menuAutoPick();
+  } else if (c == "l") {
+    toggleListening();
   } else if (c == "q") {
     quit();
   } else {
@@ -272,6 +276,7 @@ void Controller::saveCalibration() noexcept {
 }
 
 void Controller::quit() noexcept {
+  endListening({});
   saveCalibration();
   sync->cancel();
   services.app.terminate();
@@ -411,7 +416,7 @@ prefs::Values Controller::preferenceValues() const noexcept {
   // A value written by hand (defaults write) may be anything: the window
   // offers two choices, and anything but the band draws as the outline.
   return {s.fontSize, s.strokeWidth, s.alpha, s.bgMode == 1 ? 1 : 0,
-          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder))};
+          prefs::folderLabel(services.defaults.stringFor(keys::subtitleFolder)), listening.always};
 }
 
 // The sliders' ranges are the limits here: values are stored as given.
@@ -497,6 +502,12 @@ void Controller::perform(MenuAction action) noexcept {
       break;
     case MenuAction::quit:
       quit();
+      break;
+    case MenuAction::listen:
+      toggleListening();
+      break;
+    case MenuAction::undoSync:
+      undoListening();
       break;
   }
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "app/Conventions.h"
+#include "app/Listening.h"
 #include "platform/Clock.h"
 #include "platform/Dialogs.h"
 #include "platform/OverlayHost.h"
@@ -117,7 +118,11 @@ class Controller {
   const State& state() const { return s; }
   const Conventions& platformConventions() const { return conventions; }
   // The menu-bar item's menu, in this platform's words.
-  std::vector<MenuItem> menu() const { return statusMenu(conventions.texts, conventions.menu); }
+  std::vector<MenuItem> menu() const {
+    return statusMenu(conventions.texts, conventions.menu, {isListening(), canUndoSync()});
+  }
+  // Changes whenever menu() would change; the shells rebuild their menus then.
+  int menuRevision() const noexcept { return listening.menuRevision; }
   SyncSource& source() { return *sync; }
 
   void tick() noexcept;
@@ -174,6 +179,16 @@ class Controller {
   bool chooseSubtitleFolder() noexcept;
 
   void perform(MenuAction action) noexcept;
+
+  // Syncing by listening (Listening.cpp). Without a capture (the tests',
+  // or a build that cannot listen) the key says so.
+  void setSoundCapture(std::unique_ptr<SoundCapture> capture) noexcept;
+  void toggleListening() noexcept;  // the key and the menu item
+  void startListening() noexcept;   // --listen; harmless while listening
+  void undoListening() noexcept;
+  void setListenAlways(bool on) noexcept;
+  bool isListening() const noexcept;
+  bool canUndoSync() const noexcept;
   void presentPermissionAlert() noexcept;
   void menuGrantPermission() noexcept;
   // Shown once as a hint, after the hints already up; notes wait in turn.
@@ -195,6 +210,14 @@ class Controller {
   void setStatus(std::string_view text);
   bool showNextNote();
   double now() const { return services.clock.uptime(); }
+  void tickListening() noexcept;
+  void keepListening(bool playing);
+  bool showListeningProgress();
+  bool openCapture();
+  void beginSession(listen::ListenSession::Purpose purpose, std::vector<double> rates);
+  void endListening(std::string_view hint) noexcept;
+  void setTiming(listen::Timing timing);
+  void applyListened(listen::Timing timing);
 
   ControllerServices services;
   const Conventions conventions;
@@ -205,6 +228,7 @@ class Controller {
   std::string statusLine;
   std::string shownStatus;         // what the status line shows; the host hears only of changes
   std::vector<std::string> notes;  // waiting for the status line, first first
+  ListeningState listening;
 };
 
 // The start-up subtitle: the first argument after the program's path, when

@@ -10,6 +10,7 @@ inline constexpr const char* strokeWidth = "StrokeWidth";        // double, perc
 inline constexpr const char* didOnboard = "DidOnboard";          // bool: the first-run guide was shown
 inline constexpr const char* debugLog = "DebugLog";              // bool, set by hand: the PXDBG line
 inline constexpr const char* subtitleFolder = "SubtitleFolder";  // string: where the next episode is looked for
+inline constexpr const char* listenAlways = "ListenAlways";      // bool: keep in sync by listening while playing
 inline constexpr const char* targetPlayer = "TargetPlayer";      // string, Linux: the MPRIS player to follow
 // The panel's frame, saved and restored by the shell under this name.
 inline constexpr const char* panelFrame = "LumerixPanel";

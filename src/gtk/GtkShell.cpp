@@ -58,6 +58,8 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
   controller = std::make_unique<Controller>(ControllerServices{clock, *settings, host, dialogs, services},
                                             std::move(source), subtitle, player.conventions);
   host.attach(controller.get());
+  controller->setSoundCapture(platform::makeSoundCapture(clock));
+  if (options.listen) controller->startListening();
   const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
   for (std::string_view note : texts::desktop::notes({.composited = host.composited(),
                                .waylandWithoutLayerShell = options.backend.waylandWithoutLayerShell,
@@ -65,14 +67,12 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
     controller->postNote(note);
   }
 
-  auto perform = [this](MenuAction action) {
-    if (controller) controller->perform(action);
-  };
-  contextMenu = buildMenu(controller->menu(), perform);
+  menuRevision = controller->menuRevision();
+  contextMenu = buildMenu(controller->menu(), perform());
   host.onContextMenu([this](const GdkEvent* event) { contextMenu.menu->popup_at_pointer(event); });
   if (options.tray) {
     writeTrayIcon();
-    tray = std::make_unique<Tray>(iconDir, kTrayIconName, buildMenu(controller->menu(), perform));
+    tray = std::make_unique<Tray>(iconDir, kTrayIconName, buildMenu(controller->menu(), perform()));
   }
   // The tray host answers within a moment, if there is one; without one the
   // right-click menu is the only way in, so say so once.
@@ -110,8 +110,23 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
       [this] { showGuideOnFirstLaunch(*controller, guideMemory ? *guideMemory : *settings); });
 }
 
+std::function<void(MenuAction)> GtkShell::perform() {
+  return [this](MenuAction action) {
+    if (controller) controller->perform(action);
+  };
+}
+
+void GtkShell::rebuildMenus() {
+  // An open menu keeps its items until it closes; the next tick catches up.
+  if (controller->menuRevision() == menuRevision || contextMenu.menu->get_visible()) return;
+  menuRevision = controller->menuRevision();
+  contextMenu = buildMenu(controller->menu(), perform());
+  if (tray) tray->setMenu(buildMenu(controller->menu(), perform()));
+}
+
 void GtkShell::tick() {
   controller->tick();
+  rebuildMenus();
   // The text changes before the next tick: one more tick right then.
   // (One at a time: a second boundary within the same tick waits for the next.)
   if (const auto extra = controller->extraTickIn(); extra && !extraTick.connected()) {

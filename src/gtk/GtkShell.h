@@ -25,6 +25,7 @@ struct ShellOptions {
   std::string player;           // MPRIS name; empty: the "TargetPlayer" setting, else any player
   BackendChoice backend;
   bool tray = true;  // false where no session bus could carry it
+  bool listen = false;  // sync the subtitle by listening from the start
 };
 
 // The program with its bar: the controller and everything it talks to on
@@ -46,6 +47,8 @@ class GtkShell {
   void quitNow();
   static gboolean onStopSignal(gpointer self);
   void writeTrayIcon();
+  void rebuildMenus();  // when the controller's menu changed
+  std::function<void(MenuAction)> perform();
 
   Gtk::Application& app;
   SystemClock clock;
@@ -61,6 +64,7 @@ class GtkShell {
   std::unique_ptr<PreferencesWindow> preferences;
   BuiltMenu contextMenu;
   std::unique_ptr<Tray> tray;
+  int menuRevision = 0;
   std::string iconDir;
   sigc::connection tickTimer, extraTick, debugTimer, trayCheck;
   guint stopSignals[2] = {0, 0};

@@ -35,9 +35,12 @@ PreferencesWindow::PreferencesWindow(Controller& c)
       folder(static_cast<int>(prefs::folderLabelMaxWidth)),
       choose(str(prefs::chooseTitle)),
       folderRow(Gtk::ORIENTATION_HORIZONTAL, 8),
-      startAtLogin(str(prefs::startAtLoginTitle)) {
+      startAtLogin(str(prefs::startAtLoginTitle)),
+      listenAlways(str(prefs::listenAlwaysTitle)),
+      listenPrivacy(str(prefs::listenPrivacy)) {
   // One row more than macOS has: start at login.
-  const int height = static_cast<int>(prefs::windowHeight + prefs::rowSpacing + 24);
+  const int height =
+      static_cast<int>(prefs::windowHeight + prefs::rowSpacing + 24 + prefs::rowSpacing + prefs::listenRowHeight);
   set_title(str(prefs::windowTitle));
   set_default_size(static_cast<int>(prefs::windowWidth), height);
   set_size_request(static_cast<int>(prefs::windowWidth), height);
@@ -82,6 +85,14 @@ PreferencesWindow::PreferencesWindow(Controller& c)
   folderRow.pack_start(choose, Gtk::PACK_SHRINK);
   grid.attach(folderRow, 1, row++, 2, 1);
   grid.attach(startAtLogin, 1, row++, 2, 1);
+  auto* listenRow = Gtk::make_managed<Gtk::Box>(Gtk::ORIENTATION_VERTICAL, 2);
+  listenPrivacy.set_xalign(0);
+  listenPrivacy.set_line_wrap(true);
+  listenPrivacy.set_max_width_chars(48);
+  listenPrivacy.get_style_context()->add_class("dim-label");
+  listenRow->pack_start(listenAlways, Gtk::PACK_SHRINK);
+  listenRow->pack_start(listenPrivacy, Gtk::PACK_SHRINK);
+  grid.attach(*listenRow, 1, row++, 2, 1);
   add(grid);
 
   font.signal_value_changed().connect([this] {
@@ -109,6 +120,9 @@ PreferencesWindow::PreferencesWindow(Controller& c)
     }
     refresh();  // the box shows what the file says, also when writing failed
   });
+  listenAlways.signal_toggled().connect([this] {
+    if (!syncing) controller.setListenAlways(listenAlways.get_active());
+  });
   signal_delete_event().connect([this](GdkEventAny*) {
     hide();
     return true;  // kept for the next show
@@ -127,6 +141,7 @@ void PreferencesWindow::refresh() {
   const auto entry = autostart::entryPath();
   startAtLogin.set_sensitive(entry.has_value());
   startAtLogin.set_active(entry && autostart::enabled(*entry));
+  listenAlways.set_active(v.listenAlways);
   syncing = false;
   folder.set_text(v.folder);
   refreshValueLabels();

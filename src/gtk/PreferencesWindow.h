@@ -37,6 +37,7 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::Label& strokeValueLabel() { return strokeValue; }
   Gtk::Label& alphaValueLabel() { return alphaValue; }
   Gtk::CheckButton& startAtLoginBox() { return startAtLogin; }
+  Gtk::CheckButton& listenAlwaysBox() { return listenAlways; }
 
  private:
   void refresh();
@@ -53,6 +54,8 @@ class PreferencesWindow : public Gtk::Window {
   Gtk::Button choose;
   Gtk::Box folderRow;
   Gtk::CheckButton startAtLogin;
+  Gtk::CheckButton listenAlways;
+  Gtk::Label listenPrivacy;
 };
 
 }  // namespace lumerix::gtk

@@ -62,6 +62,11 @@ Tray::Tray(const std::string& iconDir, const std::string& iconName, BuiltMenu m)
   app_indicator_set_status(indicator, APP_INDICATOR_STATUS_ACTIVE);
 }
 
+void Tray::setMenu(BuiltMenu replacement) {
+  app_indicator_set_menu(indicator, replacement.menu->gobj());
+  menu = std::move(replacement);  // the old one goes only once the indicator let go of it
+}
+
 Tray::~Tray() {
   g_signal_handlers_disconnect_by_data(indicator, this);
   app_indicator_set_status(indicator, APP_INDICATOR_STATUS_PASSIVE);

@@ -38,6 +38,8 @@ class Tray {
   Tray& operator=(const Tray&) = delete;
   // Whether a tray host shows the indicator now.
   bool shown() const { return connected; }
+  // Swaps the menu for a new one (items come and go while it runs).
+  void setMenu(BuiltMenu replacement);
 
  private:
   static void connectionChanged(_AppIndicator*, gboolean connected, gpointer self);

@@ -23,6 +23,7 @@ int runBar(const lumerix::CommandLine& cl) {
   options.demo = cl.demo;
   options.demoSample = kSampleSubtitle;
   options.player = cl.player;
+  options.listen = cl.listen;
   options.backend = gtk::chooseBackend();
   // The bar draws with Cairo alone: GDK need not load an OpenGL driver,
   // which costs tens of megabytes (LLVM, where Mesa renders in software).

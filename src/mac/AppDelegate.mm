@@ -25,7 +25,9 @@ struct Shell {
         host(lookup),
         dialogs(lookup),
         controller({*player.system, *settings, host, dialogs, dialogs}, std::move(player.source), std::move(subtitle),
-                   player.conventions) {}
+                   player.conventions) {
+    controller.setSoundCapture(platform::makeSoundCapture(*player.system));
+  }
 
   std::unique_ptr<SettingsStore> settings;
   platform::PlayerServices player;
@@ -39,6 +41,7 @@ struct Shell {
 @implementation AppDelegate {
   std::unique_ptr<Shell> _shell;
   NSStatusItem* _statusItem;
+  int _menuRevision;
 }
 
 - (Controller*)controller {
@@ -86,6 +89,12 @@ struct Shell {
 - (void)tick:(NSTimer*)timer {
   Controller& controller = _shell->controller;
   controller.tick();
+  // Items come and go (listening, undoing it); an open menu keeps its own
+  // until it closes.
+  if (controller.menuRevision() != _menuRevision) {
+    _menuRevision = controller.menuRevision();
+    _statusItem.menu = [self menuFrom:controller.menu()];
+  }
   // The text changes before the next tick: one more tick right then.
   if (const auto extra = controller.extraTickIn()) {
     [NSRunLoop.mainRunLoop addTimer:[NSTimer timerWithTimeInterval:*extra
@@ -115,6 +124,7 @@ struct Shell {
                           }];
   [icon setTemplate:NO];
   _statusItem.button.image = icon;
+  _menuRevision = _shell->controller.menuRevision();
   _statusItem.menu = [self menuFrom:_shell->controller.menu()];
 }
 

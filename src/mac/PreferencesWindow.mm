@@ -17,10 +17,13 @@ namespace prefs = lumerix::prefs;
   NSTextField* _fontValue;
   NSTextField* _strokeValue;
   NSTextField* _alphaValue;
+  NSButton* _listenAlways;
 }
 
 - (instancetype)initWithController:(lumerix::mac::ControllerLookup)controller {
-  NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth, prefs::windowHeight)
+  NSWindow* window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, prefs::windowWidth,
+                                                                               prefs::windowHeight + prefs::rowSpacing +
+                                                                                   prefs::listenRowHeight)
                                                  styleMask:NSWindowStyleMaskTitled | NSWindowStyleMaskClosable
                                                    backing:NSBackingStoreBuffered
                                                      defer:NO];
@@ -44,6 +47,9 @@ namespace prefs = lumerix::prefs;
   _fontValue = [self valueLabel];
   _strokeValue = [self valueLabel];
   _alphaValue = [self valueLabel];
+  _listenAlways = [NSButton checkboxWithTitle:nsString(prefs::listenAlwaysTitle)
+                                       target:self
+                                       action:@selector(listenAlwaysChanged:)];
   [self buildUI];
   [self syncFromController];
   return self;
@@ -81,13 +87,23 @@ namespace prefs = lumerix::prefs;
                                         target:self
                                         action:@selector(chooseFolder:)];
   NSView* none = NSGridCell.emptyContentView;
+  NSTextField* privacy = [self secondaryLabel:prefs::listenPrivacy];
+  privacy.font = [NSFont systemFontOfSize:NSFont.smallSystemFontSize];
+  privacy.lineBreakMode = NSLineBreakByWordWrapping;
+  privacy.preferredMaxLayoutWidth = prefs::sliderWidth + prefs::valueLabelWidth;
+  NSStackView* listen = [NSStackView stackViewWithViews:@[ _listenAlways, privacy ]];
+  listen.orientation = NSUserInterfaceLayoutOrientationVertical;
+  listen.alignment = NSLayoutAttributeLeading;
+  listen.spacing = 2;
   NSGridView* grid = [NSGridView gridViewWithViews:@[
     @[ [self rowTitle:prefs::fontRow.title], _fontSlider, _fontValue ],
     @[ [self rowTitle:prefs::strokeRow.title], _strokeSlider, _strokeValue ],
     @[ [self rowTitle:prefs::alphaRow.title], _alphaSlider, _alphaValue ],
     @[ [self rowTitle:prefs::backgroundTitle], _bgPopup, none ],
     @[ [self rowTitle:prefs::folderTitle], [NSStackView stackViewWithViews:@[ _folderLabel, choose ]], none ],
+    @[ none, listen, none ],
   ]];
+  [[grid cellForView:listen].row mergeCellsInRange:NSMakeRange(1, 2)];
   grid.rowSpacing = prefs::rowSpacing;
   grid.columnSpacing = prefs::columnSpacing;
   [grid columnAtIndex:0].xPlacement = NSGridCellPlacementTrailing;
@@ -110,6 +126,7 @@ namespace prefs = lumerix::prefs;
   _alphaSlider.doubleValue = values.alpha;
   [_bgPopup selectItemAtIndex:values.bgMode];
   _folderLabel.stringValue = nsString(values.folder);
+  _listenAlways.state = values.listenAlways ? NSControlStateValueOn : NSControlStateValueOff;
   [self refreshValueLabels];
 }
 
@@ -136,6 +153,10 @@ namespace prefs = lumerix::prefs;
 
 - (void)bgChanged:(NSPopUpButton*)sender {
   if (Controller* c = _controller()) c->setBgMode(sender.indexOfSelectedItem);
+}
+
+- (void)listenAlwaysChanged:(NSButton*)sender {
+  if (Controller* c = _controller()) c->setListenAlways(sender.state == NSControlStateValueOn);
 }
 
 - (void)chooseFolder:(id)sender {

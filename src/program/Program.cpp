@@ -132,6 +132,8 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   ConsoleDialogs dialogs(clock, out, quit);
   player.conventions.texts.startHint = consoleStartHint(player.conventions.texts.startHint);
   Controller controller({clock, *settings, host, dialogs, dialogs}, std::move(source), subtitle, player.conventions);
+  controller.setSoundCapture(platform::makeSoundCapture(clock));
+  if (options.listen) controller.startListening();
   // Only now is there a calibration to save on the way out; until here
   // (a huge file loading, say) a stop signal simply stops us.
   stopFlag = &quit;
@@ -195,7 +197,8 @@ int runProgram(int argc, char** argv, std::string_view demoSample,
       if (auto note = missingStartupFileNote(cl.file)) std::cerr << *note << '\n';
       if (!cl.headless && showBar) return showBar(cl);
       return runHeadless(
-          {cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo, cl.player, demoSample},
+          {cl.file.empty() ? std::nullopt : std::optional<std::string>(cl.file), cl.demo, cl.listen, cl.player,
+           demoSample},
           std::cout, std::cerr);
     case CommandLine::Mode::usageError:
       std::cerr << cl.error << '\n';

@@ -61,6 +61,7 @@ class ConsoleDialogs : public NullDialogs {
 struct HeadlessOptions {
   std::optional<std::string> subtitle;
   bool demo = false;
+  bool listen = false;          // sync the subtitle by listening from the start
   std::string player;           // MPRIS name; empty: the "TargetPlayer" setting, else any player
   std::string_view demoSample;  // the bundled sample subtitle's text, for the demo
 };

@@ -4,7 +4,7 @@
 
 namespace lumerix {
 
-std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style) {
+std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style, MenuState state) {
   using A = MenuAction;
   const MenuItem separator{};
   std::vector<MenuItem> menu{
@@ -20,6 +20,7 @@ std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style) {
            {"+0.1 s", "", A::offsetP1, {}},
            {"+0.5 s", "", A::offsetP5, {}},
        }},
+      {state.listening ? "Stop Listening" : "Sync by Listening", "l", A::listen, {}},
       {"Bigger Text", "+", A::fontUp, {}},
       {"Smaller Text", "-", A::fontDown, {}},
       {"Toggle Background Style", "t", A::toggleBG, {}},
@@ -32,6 +33,9 @@ std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style) {
       separator,
       {"Quit Lumerix", "q", A::quit, {}},
   };
+  if (state.canUndoSync) {
+    menu.insert(menu.begin() + 5, {"Undo Sync", "", A::undoSync, {}});
+  }
   if (style == MenuStyle::commandShortcuts) return menu;
 
   // The bar's keys: what a click on the bar and then this key does too.
@@ -55,6 +59,8 @@ std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style) {
         return "-";
       case A::toggleBG:
         return "t";
+      case A::listen:
+        return "l";
       case A::quit:
         return "q";
       default:

@@ -22,6 +22,8 @@ enum class MenuAction {
   howTo,
   about,
   quit,
+  listen,    // starts or stops syncing by listening
+  undoSync,  // only while a sync by listening can be undone
 };
 
 struct MenuItem {
@@ -40,8 +42,15 @@ struct UiTexts;
 // bar has no others) and has no update command: the package updates it.
 enum class MenuStyle { commandShortcuts, barKeys };
 
-// The status item's menu, top to bottom, in a platform's words; built once,
-// never changed.
-std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style = MenuStyle::commandShortcuts);
+// What changes the menu: listening turns its item into the stop item, and
+// a sync by listening adds the item that undoes it.
+struct MenuState {
+  bool listening = false;
+  bool canUndoSync = false;
+};
+
+// The status item's menu, top to bottom, in a platform's words.
+std::vector<MenuItem> statusMenu(const UiTexts& texts, MenuStyle style = MenuStyle::commandShortcuts,
+                                 MenuState state = {});
 
 }  // namespace lumerix

@@ -30,6 +30,14 @@ inline constexpr std::string_view backgroundItems[] = {"Transparent + outline", 
 inline constexpr std::string_view folderTitle = "Subtitle folder";
 inline constexpr std::string_view folderInitial = "—";
 inline constexpr std::string_view chooseTitle = "Choose…";
+// A check box: listen in short windows while playing and correct the offset
+// when the sound and the subtitle drift apart; with what that means for
+// the sound, in smaller type under it.
+inline constexpr std::string_view listenAlwaysTitle = "Keep in sync by listening";
+inline constexpr std::string_view listenPrivacy =
+    "Sound is examined in memory only while listening, never written or sent anywhere.";
+// The row's height, box and line, beyond the others.
+inline constexpr double listenRowHeight = 40;
 // Linux: a check box that adds Lumerix to the desktop's autostart.
 inline constexpr std::string_view startAtLoginTitle = "Start at Login";
 
@@ -49,6 +57,7 @@ struct Values {
   double alpha = 0;
   long long bgMode = 0;  // the pop-up's index
   std::string folder;    // the folder label's text
+  bool listenAlways = false;
 };
 
 }  // namespace lumerix::prefs
