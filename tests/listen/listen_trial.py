@@ -8,9 +8,9 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 PRESETS = [1.0, 25 / 23.976, 25 / 24, 24 / 23.976, 0.999, 0.96, 0.95904]
 
 
-def make_subtitle(out, cues, seed, start=2.0):
+def make_subtitle(out, cues, seed, start=2.0, pauses=1.0):
     subprocess.run(["python3", os.path.join(HERE, "make_clip.py"), "subtitle", out, "--cues", str(cues),
-                    "--seed", str(seed), "--start", str(start)], check=True)
+                    "--seed", str(seed), "--start", str(start), "--pauses", str(pauses)], check=True)
 
 
 def make_clip(srt, out, seed, music_db=None, unspoken=0.0, uncued=0, no_voice=False, truth=None):

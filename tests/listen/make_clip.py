@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Test clips for sync by listening, made from nothing but a subtitle.
 
-  make_clip.py subtitle OUT.srt [--cues N] [--seed S] [--start SECONDS]
+  make_clip.py subtitle OUT.srt [--cues N] [--seed S] [--start SECONDS] [--pauses SCALE]
       writes a plausible subtitle: N lines of dialogue, each as long as it
       takes to say, with the pauses of a conversation between them.
   make_clip.py clip SUBTITLE OUT.mp4 [--music-db DB] [--no-voice] [--unspoken SHARE]
@@ -102,7 +102,7 @@ def make_subtitle(args):
         length = 0.35 + 0.068 * len(text) + rng.uniform(0.1, 0.5)
         out.append("%d\n%s --> %s\n%s\n" % (i + 1, fmt(t), fmt(t + length), text))
         # Mostly quick exchanges, now and then a longer pause.
-        t += length + rng.choice([0.2, 0.4, 0.6, 0.9, 1.3, 2.0, 3.5]) * rng.uniform(0.7, 1.3)
+        t += length + args.pauses * rng.choice([0.2, 0.4, 0.6, 0.9, 1.3, 2.0, 3.5]) * rng.uniform(0.7, 1.3)
     with open(args.out, "w", encoding="utf-8") as f:
         f.write("\n".join(out))
 
@@ -233,6 +233,7 @@ def main():
     s.add_argument("--cues", type=int, default=40)
     s.add_argument("--seed", type=int, default=1)
     s.add_argument("--start", type=float, default=2.0)
+    s.add_argument("--pauses", type=float, default=1.0, help="the pauses between lines, scaled")
     c = sub.add_parser("clip")
     c.add_argument("subtitle")
     c.add_argument("out")
