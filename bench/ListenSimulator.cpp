@@ -5,7 +5,7 @@
 // program runs. Prints how often the result lands within 0.1 s, how often
 // a wrong one would have been applied, and how long listening took.
 //
-//   listen_simulator [RUNS] [SEED]
+//   listen_simulator [RUNS] [SEED] [-v]
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -35,7 +35,7 @@ Episode makeEpisode(std::mt19937& rng, double rate, double offset, int kind) {
   double t = 20;
   const double length = 2700;
   while (t < length) {
-    if (u(rng) < 0.04) t += 20 + 100 * u(rng);  // a scene without words
+    if (u(rng) < 0.015) t += 10 + 50 * u(rng);  // a scene without words
     const double d = 0.8 + 4.2 * u(rng);
     e.cues.push_back({t, t + d});
     t += d + 0.1 + 2.5 * u(rng) * u(rng) * 2;
@@ -94,6 +94,7 @@ bool inside(const std::vector<Span>& spans, double p) {
 int main(int argc, char** argv) {
   const int runs = argc > 1 ? std::atoi(argv[1]) : 200;
   const unsigned seed = argc > 2 ? static_cast<unsigned>(std::atoi(argv[2])) : 1;
+  const bool verbose = argc > 3;
   std::mt19937 rng(seed);
   std::uniform_real_distribution<double> u(0, 1);
   std::vector<double> rates;
@@ -130,6 +131,11 @@ int main(int argc, char** argv) {
     ++runsByKind[kind];
     if (phase != ListenSession::Phase::synced) {
       ++unsure;
+      if (verbose) {
+        std::printf("not sure: kind %s, rate %.5f: %s (margin %.2f, %d onsets, %d lines, from %.0f)\n", kinds[kind],
+                    rate, std::string(real.latest().doubt).c_str(), real.latest().margin, real.latest().onsets,
+                    real.lines(), from);
+      }
       continue;
     }
     ++syncedByKind[kind];
@@ -139,8 +145,9 @@ int main(int argc, char** argv) {
     if (std::fabs(got.rate - rate) > 1e-9 || error > 0.5) {
       ++wrong;
       ++wrongByKind[kind];
-      std::printf("wrong: kind %s, truth rate %.5f offset %+.2f, got %.5f %+.2f at %.0f s\n", kinds[kind], rate,
-                  offset, got.rate, got.offset, position);
+      std::printf("wrong: kind %s, truth rate %.5f offset %+.2f, got %.5f %+.2f at %.0f s (onsets say %.5f ± %.5f, %d)\n",
+                  kinds[kind], rate, offset, got.rate, got.offset, position, real.latest().rateEstimate,
+                  real.latest().rateError, real.latest().onsets);
       continue;
     }
     if (error <= 0.1) ++within01;

@@ -110,7 +110,7 @@ TEST(ControllerListening, TheKeySyncsAppliesLikeACalibrationAndUndoes) {
   r.playFor(2, false);
   EXPECT_THAT(r.host.status, ::testing::EndsWith("(paused)"));
 
-  for (int i = 0; i < 90 * 20 && r.c->isListening(); ++i) r.play();
+  for (int i = 0; i < 180 * 20 && r.c->isListening(); ++i) r.play();
   ASSERT_FALSE(r.c->isListening()) << r.host.status;
   EXPECT_EQ(r.capture->current, CaptureState::idle);
   EXPECT_EQ(r.s().scale, 25 / 24.0);

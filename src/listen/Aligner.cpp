@@ -16,7 +16,7 @@ constexpr double kLongestSpeech = 12;
 // An onset this close to a cue's start counts as meeting it in the sweep,
 // and is worth as much as this many steps of speech under a cue.
 constexpr double kOnsetTolerance = 0.15;
-constexpr std::int64_t kOnsetWorth = 200;
+constexpr std::int64_t kOnsetWorth = 400;
 // How far an onset's residual may stray from the others' before it is taken
 // for a chance meeting rather than the line it seems to be.
 constexpr double kInlierReach = 0.25;
@@ -356,54 +356,73 @@ Alignment align(const Heard& input, const std::vector<Span>& cues, std::span<con
     result.doubt = "too few onsets at cue starts";
     return result;
   }
-  // Least squares of the residuals against the position: the slope is how
-  // far the rate is from the coarse one, with its standard error.
-  double mp = 0, me = 0;
-  for (const Onset& o : inliers) {
-    mp += o.position;
-    me += o.cueStart - o.position * coarse.rate;
+  // The slope of the residuals against the position is how far the rate
+  // is from the coarse one. The median of the pairwise slopes: a stray
+  // onset (music that starts near a cue) cannot tilt it as it would tilt
+  // least squares. Its error follows from the residuals' robust spread.
+  const auto residualOf = [&](const Onset& o) { return o.cueStart - o.position * coarse.rate; };
+  std::vector<double> slopes;
+  for (std::size_t i = 0; i < inliers.size(); ++i) {
+    for (std::size_t j = i + 1; j < inliers.size(); ++j) {
+      const double dp = inliers[j].position - inliers[i].position;
+      if (std::fabs(dp) > 1) slopes.push_back((residualOf(inliers[j]) - residualOf(inliers[i])) / dp);
+    }
   }
-  const auto count = static_cast<double>(inliers.size());
-  mp /= count;
-  me /= count;
-  double spp = 0, spe = 0;
+  const double slope = median(slopes);
+  double mp = 0;
+  for (const Onset& o : inliers) mp += o.position;
+  mp /= static_cast<double>(inliers.size());
+  double spp = 0;
+  std::vector<double> fitted, spread;
   for (const Onset& o : inliers) {
-    const double dp = o.position - mp;
-    spp += dp * dp;
-    spe += dp * (o.cueStart - o.position * coarse.rate - me);
+    spp += (o.position - mp) * (o.position - mp);
+    fitted.push_back(residualOf(o) - slope * o.position);
   }
-  const double slope = spp > 0 ? spe / spp : 0;
-  double sse = 0;
-  for (const Onset& o : inliers) {
-    const double r = o.cueStart - o.position * coarse.rate - me - slope * (o.position - mp);
-    sse += r * r;
-  }
-  // Onsets are never truer than a few hundredths: a perfect fit is luck.
-  const double sigma = std::max(std::sqrt(sse / std::max(1.0, count - 2)), 0.02);
-  const double se = spp > 0 ? sigma / std::sqrt(spp) : INFINITY;
+  const double level = median(fitted);
+  for (double f : fitted) spread.push_back(std::fabs(f - level));
+  // A speech detector places an onset no truer than a few hundredths, and
+  // a dozen onsets say little about their own spread: never trust less.
+  const double sigma = std::max(1.4826 * median(spread), 0.04);
+  // The pairwise median is a little less efficient than least squares.
+  const double se = spp > 0 && !slopes.empty() ? 1.1 * sigma / std::sqrt(spp) : INFINITY;
   const double estimate = coarse.rate + slope;
+  result.rateEstimate = estimate;
+  result.rateError = se;
 
-  // The rates still in the running: those whose sweep came close here.
+  // The rates still in the running: those whose sweep came close here,
+  // and every rate near one of them, whatever its sweep said: the onsets
+  // alone can tell neighbours apart, and a neighbour left out could not
+  // object to the choice.
   const double close = options.minMargin * bestRate->spread;
-  std::vector<double> candidates;
+  std::vector<double> running;
   for (const Contender& c : here) {
-    if (static_cast<double>(best - c.score) <= close) candidates.push_back(c.rate);
+    if (static_cast<double>(best - c.score) <= close) running.push_back(c.rate);
+  }
+  std::vector<double> candidates;
+  for (double r : rates) {
+    const bool near = std::any_of(running.begin(), running.end(), [&](double c) { return std::fabs(c - r) < 0.003; });
+    if (near && std::find(candidates.begin(), candidates.end(), r) == candidates.end()) candidates.push_back(r);
   }
   std::sort(candidates.begin(), candidates.end(), [&](double a, double b) {
     return std::fabs(a - estimate) < std::fabs(b - estimate);
   });
+  if (candidates.empty() ||
+      std::find(running.begin(), running.end(), candidates.front()) == running.end()) {
+    result.doubt = "the onsets and the sweep disagree on the rate";
+    return result;
+  }
   const double chosen = candidates.front();
   const double miss = (chosen - estimate) / se;
   // The onsets must fit the chosen rate, and fit it clearly better than
   // the next: rates a thousandth apart need a long listen to tell apart.
-  if (std::fabs(miss) > 3 && std::fabs(chosen - estimate) > 0.0005) {
+  if (std::fabs(miss) > 2) {
     result.doubt = "the rate lies between the presets";
     return result;
   }
   if (candidates.size() > 1) {
     const double next = (candidates[1] - estimate) / se;
     if (next * next - miss * miss < options.rateEvidence) {
-      result.doubt = "rates too close to tell apart yet";
+      result.doubt = kRatesTooClose;
       return result;
     }
   }

@@ -40,6 +40,9 @@ struct Timing {
   double offset = 0;
 };
 
+// The doubt when the offset is clear but rates a thousandth apart are not.
+inline constexpr std::string_view kRatesTooClose = "rates too close to tell apart yet";
+
 struct Alignment {
   std::optional<Timing> timing;  // only when sure
   // Why not, in a few words (for the log and the tests); empty when sure.
@@ -49,17 +52,19 @@ struct Alignment {
   Timing best;
   double margin = 0;
   int onsets = 0;  // speech onsets that met a cue's start
+  // The rate the onsets say, and its standard error.
+  double rateEstimate = 0, rateError = 0;
 };
 
 struct AlignerOptions {
-  double step = 0.01;         // the offset sweep's resolution, seconds
+  double step = 0.02;         // the offset sweep's resolution; the onsets then place it exactly
   double minSpeech = 8;       // seconds of speech before anything is said
   int minOnsets = 8;          // speech onsets matched to cue starts
-  double minMargin = 2.5;     // best over the runner-up, in spreads of all scores
+  double minMargin = 2;       // best over the runner-up, in spreads of all scores
   double minLead = 2;         // ... and in seconds of speech
   double apart = 1;           // a runner-up is at least this far from the best
   double onsetReach = 0.6;    // how far an onset may lie from its cue's start
-  double rateEvidence = 12;   // how much better the chosen rate must explain the onsets
+  double rateEvidence = 16;   // how much better the chosen rate must explain the onsets
 };
 
 // Finds, among rates, the timing under which most of the speech falls

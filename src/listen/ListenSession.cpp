@@ -47,7 +47,10 @@ ListenSession::Phase ListenSession::step(double now, const PlayerMoment& player,
     evaluate();
     if (answer) return current = Phase::synced;
   }
-  const double limit = why == Purpose::sync ? options.giveUp : options.window;
+  double limit = why == Purpose::sync ? options.giveUp : options.window;
+  // A sure answer that has yet to hold, or an offset waiting only for
+  // the rate, is worth listening on for.
+  if (why == Purpose::sync && (streak || last.doubt == kRatesTooClose)) limit = options.giveUpOnRate;
   if (played >= limit) current = Phase::unsure;
   return current;
 }

@@ -29,6 +29,9 @@ class ListenSession {
   };
   struct Options {
     double giveUp = 90;      // seconds of playing without a sure answer
+    // ... unless the offset is sure and only rates a thousandth apart are
+    // still in the running: telling those apart takes longer.
+    double giveUpOnRate = 180;
     double window = 45;      // a keeping window's longest; it ends once sure
     double quietLimit = 20;  // seconds of playing with nothing heard at all
     double hold = 5;         // a sure answer must stay the same this long
