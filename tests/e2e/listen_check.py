@@ -5,7 +5,7 @@ First the clip with voices: the subtitle Lumerix gets is shifted by OFFSET
 and stretched by SCALE, a frame-rate preset; the side file must come out
 with that scale exactly and that offset within 0.1 s. Then the same clip
 with the voices taken out (the music bed alone): the side file must stay
-as it was.
+as it was. LISTEN_LOG=1 prints Lumerix's status lines of the first run.
 """
 import argparse, os, sys, time
 
@@ -37,7 +37,7 @@ def main():
 
     srt = os.path.join(work, "other-release.srt")
     listen_trial.retime(truth_srt, srt, OFFSET, SCALE)
-    got = listen_trial.run(args.lumerix, work, voices, srt, timeout=100)
+    got = listen_trial.run(args.lumerix, work, voices, srt, timeout=100, log=print if os.environ.get("LISTEN_LOG") else None)
     r = got["result"]
     if r is None:
         failures.append("with voices: no result (%s)" % ("listening ended" if got["ended"] else "timed out"))
