@@ -5,6 +5,7 @@
 #include "linux/FileSettingsStore.h"
 #include "linux/LinuxSyncCommands.h"
 #include "linux/LinuxSystem.h"
+#include "linux/PulseCapture.h"
 #include "sync/TVSync.h"
 
 namespace lumerix::platform {
@@ -45,27 +46,8 @@ PlayerServices makePlayerServices(SettingsStore& settings, const std::string& pl
   return p;
 }
 
-namespace {
-
-// Until this platform can listen: every start fails for want of a server.
-class UnavailableCapture : public SoundCapture {
- public:
-  bool start() noexcept override {
-    current = CaptureState::noServer;
-    return false;
-  }
-  void stop() noexcept override {}
-  void takeFrames(std::vector<HeardFrame>&) noexcept override {}
-  CaptureState state() const noexcept override { return current; }
-
- private:
-  CaptureState current = CaptureState::idle;
-};
-
-}  // namespace
-
-std::unique_ptr<SoundCapture> makeSoundCapture(const Clock&) {
-  return std::make_unique<UnavailableCapture>();
+std::unique_ptr<SoundCapture> makeSoundCapture(const Clock& clock) {
+  return std::make_unique<PulseCapture>(clock);
 }
 
 }  // namespace lumerix::platform

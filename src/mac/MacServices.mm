@@ -10,6 +10,7 @@
 #include "mac/MacSettingsStore.h"
 #include "mac/MacSyncCommands.h"
 #include "mac/MacSystem.h"
+#include "mac/ProcessTapCapture.h"
 #include "sync/TVSync.h"
 
 namespace lumerix::platform {
@@ -71,27 +72,8 @@ PlayerServices makePlayerServices(SettingsStore&, const std::string&) {
   return p;
 }
 
-namespace {
-
-// Until this platform can listen: every start fails for want of a server.
-class UnavailableCapture : public SoundCapture {
- public:
-  bool start() noexcept override {
-    current = CaptureState::noServer;
-    return false;
-  }
-  void stop() noexcept override {}
-  void takeFrames(std::vector<HeardFrame>&) noexcept override {}
-  CaptureState state() const noexcept override { return current; }
-
- private:
-  CaptureState current = CaptureState::idle;
-};
-
-}  // namespace
-
-std::unique_ptr<SoundCapture> makeSoundCapture(const Clock&) {
-  return std::make_unique<UnavailableCapture>();
+std::unique_ptr<SoundCapture> makeSoundCapture(const Clock& clock) {
+  return std::make_unique<ProcessTapCapture>(clock);
 }
 
 }  // namespace lumerix::platform
