@@ -1,6 +1,7 @@
 #include "app/Hints.h"
 
 #include "app/Controller.h"
+#include "listen/ListenSession.h"
 #include "subtitles/TimeFormat.h"
 #include "ui/Preferences.h"
 #include "util/Numbers.h"
@@ -26,6 +27,20 @@ std::string noSubtitlesFound(std::string_view name, std::string_view encoding) {
   std::string text = "No subtitles found in " + std::string(name);
   if (!encoding.empty()) text += " · " + std::string(encoding);
   return text;
+}
+
+std::string loadedSecond(std::string_view name, std::size_t cues, double offset, double scale) {
+  std::string text = "Loaded " + std::string(name) + " as the second · " + std::to_string(cues) + " cues";
+  if (offset != 0 || scale != 1.0) text += cFormat(" (restored offset %+.2fs, rate %.4f)", offset, scale);
+  return text;
+}
+
+std::string secondTimed(double rate, double offset) {
+  return cFormat("✓ Second timed to the first: rate %.4f, offset %+.2fs — saved", rate, offset);
+}
+
+std::string noSecondFor(std::string_view firstName) {
+  return "No second subtitle for " + std::string(firstName) + " — second removed";
 }
 
 std::string noSubtitleFor(std::string_view track) {
@@ -98,6 +113,32 @@ std::vector<std::string> everyStatusText(const UiTexts& ui, const SourceTexts& s
       markedFirstPoint(fmtTime(3 * 3600 + 23 * 60 + 45.678)),
       rateLooksWrong(0.8123),
       calibrated(1.04271, -12.25),
+      std::string(noSecond),
+      std::string(adjustingSecond),
+      std::string(adjustingFirst),
+      std::string(secondIsFirst),
+      std::string(secondRemoved),
+      std::string(secondUnmatched),
+      loadedSecond("Show.Name.S01E02.1080p.WEB.zh.srt", 1234, 0, 1.0),
+      secondTimed(1.04271, -12.25),
+      noSecondFor(file),
+      timingOffset(-123.4) + " (second)",
+      std::string(listen::texts::started),
+      std::string(listen::texts::stopped),
+      std::string(listen::texts::unsure),
+      std::string(listen::texts::quiet),
+      std::string(listen::texts::lost),
+      std::string(listen::texts::ended),
+      std::string(listen::texts::noSubtitle),
+      std::string(listen::texts::fewCues),
+      std::string(listen::texts::noServer),
+      std::string(listen::texts::noTap),
+      std::string(listen::texts::needsNewerMac),
+      std::string(listen::texts::nothingToUndo),
+      listen::texts::progress(88, 123, true),
+      listen::texts::synced({1.0427, -12.25}),
+      listen::texts::kept({1.0427, -12.25}, -123.45),
+      listen::texts::undone({1.0427, -12.25}),
       // While playing: the track, the player's clock, the subtitle and its
       // timing (names as short as they come: long ones are the user's).
       "⇄ Show.S01E02.mkv  " + fmtTime(3 * 3600 + 23 * 60 + 45.678) + " · Show.S01E02.srt" + cFormat("  offset %+.1fs  rate %.4f", -12.3, 1.0427),

@@ -29,6 +29,17 @@ std::string markedFirstPoint(std::string_view time);
 std::string rateLooksWrong(double rate);
 std::string calibrated(double rate, double offset);
 
+// The second subtitle's.
+inline constexpr std::string_view noSecond = "No second subtitle — open one from the menu";
+inline constexpr std::string_view adjustingSecond = "Adjusting: second subtitle";
+inline constexpr std::string_view adjustingFirst = "Adjusting: first subtitle";
+inline constexpr std::string_view secondIsFirst = "That file is the first subtitle already — choose another for the second";
+inline constexpr std::string_view secondRemoved = "Second subtitle removed";
+inline constexpr std::string_view secondUnmatched = "Second to First: no sure match with the first — timing unchanged";
+std::string loadedSecond(std::string_view name, std::size_t cues, double offset, double scale);
+std::string secondTimed(double rate, double offset);
+std::string noSecondFor(std::string_view firstName);
+
 // Every status text and hint a platform's bar shows, with names and
 // numbers as they usually come (a file name of a common length, the
 // longest numbers a hint takes). notes: what the shell says about its

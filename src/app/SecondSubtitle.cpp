@@ -8,6 +8,7 @@
 
 #include "app/Controller.h"
 #include "app/EpisodeMatch.h"
+#include "app/Hints.h"
 #include "app/SettingsKeys.h"
 #include "app/SubtitleFiles.h"
 #include "overlay/TextLayers.h"
@@ -62,11 +63,6 @@ bool sameFile(const std::string& a, const std::string& b) {
   return same;
 }
 
-std::string restoredSuffix(double offset, double scale) {
-  if (offset == 0 && scale == 1.0) return {};
-  return cFormat(" (restored offset %+.2fs, rate %.4f)", offset, scale);
-}
-
 }  // namespace
 
 // ---- which timing the keys move ------------------------------------------------------
@@ -91,11 +87,11 @@ std::string_view Controller::adjustedSuffix() const noexcept {
 void Controller::switchAdjusted() noexcept {
   if (!s.second.path) {
     s.adjustSecond = false;
-    showHint("No second subtitle — open one from the menu");
+    showHint(hints::noSecond);
     return;
   }
   s.adjustSecond = !s.adjustSecond;
-  showHint(s.adjustSecond ? "Adjusting: second subtitle" : "Adjusting: first subtitle");
+  showHint(s.adjustSecond ? hints::adjustingSecond : hints::adjustingFirst);
 }
 
 // ---- loading and removing ------------------------------------------------------------
@@ -106,14 +102,14 @@ void Controller::loadSecondSubtitle(const std::string& path) noexcept {
     return;
   }
   if (sameFile(path, *s.subPath)) {
-    showHint("That file is the first subtitle already — choose another for the second");
+    showHint(hints::secondIsFirst);
     return;
   }
   const auto side = loading::readSideFile(path + ".sync.json");
   auto parsed = loading::readGuarded(path, loading::encodingPreference(side ? side->encoding : std::nullopt, services.defaults));
   if (!parsed) {
     // The second loaded before, if any, stays with its timing.
-    showHint("Failed to load: " + describe(parsed.error()));
+    showHint(hints::failedToLoad(describe(parsed.error())));
     return;
   }
   // Its own timing, its own calibration: nothing carries over from the
@@ -134,8 +130,7 @@ void Controller::loadSecondSubtitle(const std::string& path) noexcept {
   services.defaults.set(keys::secondPairedWith, *s.subPath);
   s.curText.reset();
   ++menuRevisionCount;
-  showHint("Loaded " + d.name + " as the second · " + std::to_string(d.cues.size()) + " cues" +
-           restoredSuffix(d.offset, d.scale));
+  showHint(hints::loadedSecond(d.name, d.cues.size(), d.offset, d.scale));
 }
 
 void Controller::removeSecondSubtitle() noexcept {
@@ -148,7 +143,7 @@ void Controller::removeSecondSubtitle() noexcept {
   services.defaults.set(keys::secondSubtitlePath, std::string());
   services.defaults.set(keys::secondPairedWith, std::string());
   ++menuRevisionCount;
-  showHint("Second subtitle removed");
+  showHint(hints::secondRemoved);
 }
 
 void Controller::openSecondFileDialog() noexcept {
@@ -206,7 +201,7 @@ void Controller::followEpisode(long long episode) noexcept {
   // episode's under this one.
   if (s.second.path) {
     removeSecondSubtitle();
-    afterFirst("No second subtitle for " + s.subName + " — second removed");
+    afterFirst(hints::noSecondFor(s.subName));
   }
   services.defaults.set(keys::secondSubtitlePath, std::string());
   services.defaults.set(keys::secondPairedWith, std::string());
@@ -214,7 +209,7 @@ void Controller::followEpisode(long long episode) noexcept {
 
 void Controller::alignSecondToFirst() noexcept {
   if (!s.second.path) {
-    showHint("No second subtitle — open one from the menu");
+    showHint(hints::noSecond);
     return;
   }
   const auto fit = alignSpans(s.second.cues, s.cues);
@@ -222,7 +217,7 @@ void Controller::alignSecondToFirst() noexcept {
   // maps through the first's timing onto the second's.
   const double scale = fit ? s.scale / fit->rate : 0;
   if (!fit || !(scale >= 0.9 && scale <= 1.1)) {
-    showHint("Second to First: no sure match with the first — timing unchanged");
+    showHint(hints::secondUnmatched);
     return;
   }
   Second& d = s.second;
@@ -230,7 +225,7 @@ void Controller::alignSecondToFirst() noexcept {
   d.offset = (s.offset - fit->shift) / fit->rate;
   d.calPoints.clear();
   saveTiming(secondTiming());
-  showHint(cFormat("✓ Second timed to the first: rate %.4f, offset %+.2fs — saved", d.scale, d.offset));
+  showHint(hints::secondTimed(d.scale, d.offset));
 }
 
 // ---- what the tick shows ------------------------------------------------------------
