@@ -71,8 +71,8 @@ struct PulseSession {
   }
 
   void openStream() {
-    const pa_sample_spec spec{PA_SAMPLE_S16NE, uint32_t(sound::sampleRate), 1};
-    stream = pa_stream_new(context, "Listening for speech", &spec, nullptr);
+    const pa_sample_spec format{PA_SAMPLE_S16NE, uint32_t(sound::sampleRate), 1};
+    stream = pa_stream_new(context, "Listening for speech", &format, nullptr);
     if (!stream) return fail("the record stream", pa_context_errno(context));
     pa_stream_set_state_callback(stream, &PulseSession::streamChanged, this);
     pa_stream_set_read_callback(stream, &PulseSession::readable, this);
@@ -197,10 +197,7 @@ void PulseCapture::stop() noexcept {
 }
 
 void PulseCapture::takeFrames(std::vector<HeardFrame>& out) noexcept {
-  try {
-    queue_.takeAll(out);
-  } catch (...) {  // out of memory: these frames are lost, the next ones are not
-  }
+  queue_.takeAll(out);
 }
 
 void PulseCapture::run() noexcept {

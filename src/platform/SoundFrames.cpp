@@ -71,9 +71,12 @@ void FrameQueue::push(const std::vector<HeardFrame>& frames) {
   }
 }
 
-void FrameQueue::takeAll(std::vector<HeardFrame>& out) {
+void FrameQueue::takeAll(std::vector<HeardFrame>& out) noexcept {
   std::lock_guard lock(mutex_);
-  out.insert(out.end(), frames_.begin(), frames_.end());
+  try {
+    out.insert(out.end(), frames_.begin(), frames_.end());
+  } catch (...) {
+  }
   frames_.clear();
 }
 

@@ -82,7 +82,8 @@ class FrameQueue {
  public:
   explicit FrameQueue(std::size_t capacity = 500) : capacity_(capacity) {}
   void push(const std::vector<HeardFrame>& frames);
-  void takeAll(std::vector<HeardFrame>& out);
+  // Out of memory, the frames waiting are lost; the next ones are not.
+  void takeAll(std::vector<HeardFrame>& out) noexcept;
   void clear();
   std::size_t dropped() const;
 
