@@ -126,7 +126,10 @@ void GtkShell::rebuildMenus() {
   // An open menu keeps its items until it closes; the next tick catches up.
   if (controller->menuRevision() == menuRevision || contextMenu.menu->get_visible()) return;
   menuRevision = controller->menuRevision();
-  contextMenu = buildMenu(controller->menu(), perform());
+  // Swapped, not assigned: assigning would let go of the old accelerators
+  // before the old menu, whose labels still point at them.
+  BuiltMenu fresh = buildMenu(controller->menu(), perform());
+  std::swap(contextMenu, fresh);
   if (tray) tray->setMenu(buildMenu(controller->menu(), perform()));
   auto shown = [this](MenuAction action) { return controller->menuItemShown(action); };
   showMenuItems(*contextMenu.menu, shown);

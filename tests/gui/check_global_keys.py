@@ -89,7 +89,7 @@ def main():
         bar = Bar(args.lumerix, [subtitle], env)
         time.sleep(1)
         # The key held elsewhere is named once, after the start hint.
-        ok, seen = status_reads(screen, bar, "Ctrl+Alt+Super+F is taken by another program", tries=30,
+        ok, seen = status_reads(screen, bar, "Ctrl+Alt+Super+F is taken by another program", timeout=15,
                                  threshold="50%")
         check(ok, "a key another program holds is named in the status line", seen)
 
