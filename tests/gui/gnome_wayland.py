@@ -127,7 +127,9 @@ def main():
     check("GNOME line" in seen, "the cue reads above the full-screen native-Wayland mpv", seen)
 
     # Until the bar is clicked the keys are the player's: this is what shows
-    # that the keys sent here go where a user's would.
+    # that the keys sent here go where a user's would. Far enough in that
+    # mpv's seek back (5 s) shows as one.
+    poll(lambda: mpris(bus, "Position") / 1e6 > 3, 15)
     before = mpris(bus, "Position") / 1e6
     mutter.key(KEY_LEFT)
     after = mpris(bus, "Position") / 1e6
