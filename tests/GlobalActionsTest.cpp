@@ -136,7 +136,7 @@ TEST(GlobalActionTable, NamesAndKeysAreOneEach) {
   EXPECT_EQ(findGlobalAction("Offset+0.5"), nullptr);
   EXPECT_EQ(findGlobalAction(""), nullptr);
   EXPECT_EQ(globalActionNames(),
-            "offset+0.5, offset-0.5, offset+0.1, offset-0.1, rate-preset, mark1, mark2, toggle-bar");
+            "offset+0.5, offset-0.5, offset+0.1, offset-0.1, rate-preset, mark1, mark2, toggle-bar, listen, switch");
 }
 
 TEST(GlobalActionTable, EachRunsWhatTheBarsKeyDoes) {
@@ -158,6 +158,11 @@ TEST(GlobalActionTable, EachRunsWhatTheBarsKeyDoes) {
   EXPECT_EQ(c.state().calPoints.count(2), 1u);
   EXPECT_FALSE(c.runAction("offset+5"));
   EXPECT_DOUBLE_EQ(c.state().offset, 0.4) << "an unknown name changes nothing";
+  // The keys of the second subtitle and of listening, as their bar keys say.
+  EXPECT_TRUE(c.runAction("switch"));
+  EXPECT_EQ(r.host.status, "No second subtitle — open one from the menu");
+  EXPECT_TRUE(c.runAction("listen"));
+  EXPECT_EQ(r.host.status, "Too few spoken lines in this subtitle to sync by listening");
 
   // h hides the bar until it is pressed again, from the bar or from afar.
   r.host.calls.clear();
@@ -208,10 +213,10 @@ TEST(GlobalKeySettingsTest, TakenKeysAreNamedOnceAfterTheStartHint) {
 
 TEST(GlobalKeySettingsTest, PreferencesLineSaysWhatWorks) {
   const Chord def = chord(Chord::ctrl | Chord::alt | Chord::super);
-  EXPECT_EQ(globalKeysLine(GlobalKeysState::active, def, {}, KeyNames::pc), "Ctrl+Alt+Super with → ← . , F 1 2 H");
+  EXPECT_EQ(globalKeysLine(GlobalKeysState::active, def, {}, KeyNames::pc), "Ctrl+Alt+Super with → ← . , F 1 2 H L S");
   EXPECT_EQ(globalKeysLine(GlobalKeysState::active, def, {findGlobalAction("rate-preset")}, KeyNames::pc),
-            "Ctrl+Alt+Super with → ← . , 1 2 H (taken: F)");
-  EXPECT_EQ(globalKeysLine(GlobalKeysState::active, chord(Chord::ctrl | Chord::alt), {}, KeyNames::mac), "⌃⌥→←.,F12H");
+            "Ctrl+Alt+Super with → ← . , 1 2 H L S (taken: F)");
+  EXPECT_EQ(globalKeysLine(GlobalKeysState::active, chord(Chord::ctrl | Chord::alt), {}, KeyNames::mac), "⌃⌥→←.,F12HLS");
   std::vector<const GlobalAction*> all;
   for (const GlobalAction& a : globalActions()) all.push_back(&a);
   EXPECT_EQ(globalKeysLine(GlobalKeysState::active, def, all, KeyNames::pc), "Every key is taken by other programs");

@@ -152,7 +152,7 @@ TEST_F(WithX11, PreferencesRowWritesTheSettingAndTheKeysFollowAtOnce) {
   window.showFromController();
   EXPECT_TRUE(window.globalKeysBox().get_active());
   EXPECT_EQ(window.chordPopup().get_active_text(), "Ctrl+Alt+Super");
-  EXPECT_EQ(window.globalKeysLabel().get_text(), "Ctrl+Alt+Super with → ← . , F 1 H (taken: 2)");
+  EXPECT_EQ(window.globalKeysLabel().get_text(), "Ctrl+Alt+Super with → ← . , F 1 H L S (taken: 2)");
   EXPECT_TRUE(keys.applied.empty()) << "showing changes nothing";
 
   window.chordPopup().set_active(1);

@@ -20,6 +20,8 @@ constexpr GlobalAction kActions[] = {
     {"mark1", "1", "1", "Calibration mark 1 (a line early in the video)", [](Controller& c) { c.markPoint(1); }},
     {"mark2", "2", "2", "Calibration mark 2 (a line near the end)", [](Controller& c) { c.markPoint(2); }},
     {"toggle-bar", "h", "H", "Hide or show the subtitle bar", [](Controller& c) { c.toggleBar(); }},
+    {"listen", "l", "L", "Sync by listening, or stop listening", [](Controller& c) { c.toggleListening(); }},
+    {"switch", "s", "S", "Adjust the other subtitle (first or second)", [](Controller& c) { c.switchAdjusted(); }},
 };
 
 struct ModifierName {

@@ -17,6 +17,8 @@ struct KeyCode {
 constexpr KeyCode kKeyCodes[] = {
     {"Right", kVK_RightArrow}, {"Left", kVK_LeftArrow}, {"period", kVK_ANSI_Period}, {"comma", kVK_ANSI_Comma},
     {"f", kVK_ANSI_F},         {"1", kVK_ANSI_1},       {"2", kVK_ANSI_2},           {"h", kVK_ANSI_H},
+    {"l", kVK_ANSI_L},
+    {"s", kVK_ANSI_S},
 };
 
 constexpr OSType kSignature = 'LmrX';
