@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "app/GlobalActions.h"
+#include "app/PlatformServices.h"
 #include "subtitles/SRTParser.h"
 #include "util/JsonText.h"
 
@@ -97,6 +98,20 @@ std::optional<std::string> missingStartupFileNote(const std::string& file) {
   struct stat st {};
   if (file.empty() || ::stat(file.c_str(), &st) == 0) return std::nullopt;
   return "lumerix: " + file + ": " + std::strerror(errno) + " (starting without a subtitle)";
+}
+
+int deliveryStatus(platform::Delivery delivery, const std::string& action, const std::string& why, std::ostream& err) {
+  switch (delivery) {
+    case platform::Delivery::delivered:
+      return 0;
+    case platform::Delivery::notRunning:
+      err << "Lumerix is not running\n";
+      return 1;
+    case platform::Delivery::failed:
+      err << "lumerix: the running bar did not take '" << action << "': " << why << '\n';
+      return 1;
+  }
+  return 1;
 }
 
 std::string helpText(bool window, bool linux) {

@@ -9,6 +9,10 @@
 
 namespace lumerix {
 
+namespace platform {
+enum class Delivery;
+}
+
 struct CommandLine {
   enum class Mode { help, version, dumpCues, run, doAction, usageError };
   Mode mode = Mode::help;
@@ -35,6 +39,10 @@ std::optional<std::string> missingStartupFileNote(const std::string& file);
 // its settings in a file (macOS follows the TV app alone, and keeps them in
 // the user defaults).
 std::string helpText(bool window, bool linux = true);
+
+// `--do ACTION` once the running bar answered: what it says on err, and the
+// exit status (0 taken; 1 no bar, or it did not take it, with why).
+int deliveryStatus(platform::Delivery delivery, const std::string& action, const std::string& why, std::ostream& err);
 std::string versionText();
 
 // The cues as one JSON array of {"start", "end", "text"} objects, in list

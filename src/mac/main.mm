@@ -21,17 +21,8 @@ int handOn(int argc, char** argv) {
     return 2;
   }
   std::string why;
-  switch (platform::deliverAction(cl.action, why)) {
-    case platform::Delivery::delivered:
-      return 0;
-    case platform::Delivery::notRunning:
-      std::cerr << "Lumerix is not running\n";
-      return 1;
-    case platform::Delivery::failed:
-      std::cerr << "lumerix: the running bar did not take '" << cl.action << "': " << why << '\n';
-      return 1;
-  }
-  return 1;
+  const platform::Delivery delivery = platform::deliverAction(cl.action, why);
+  return deliveryStatus(delivery, cl.action, why, std::cerr);
 }
 
 }  // namespace
