@@ -20,6 +20,8 @@ constexpr std::int64_t kOnsetWorth = 400;
 // How far an onset's residual may stray from the others' before it is taken
 // for a chance meeting rather than the line it seems to be.
 constexpr double kInlierReach = 0.25;
+// The finest an onset can be placed: frames are a hundredth long.
+constexpr double kFinestOnset = 0.005;
 
 bool spoken(const std::string& text) {
   // Lines nobody speaks: descriptions in brackets and songs between music
@@ -380,9 +382,13 @@ Alignment align(const Heard& input, const std::vector<Span>& cues, std::span<con
   }
   const double level = median(fitted);
   for (double f : fitted) spread.push_back(std::fabs(f - level));
-  // A speech detector places an onset no truer than a few hundredths, and
-  // a dozen onsets say little about their own spread: never trust less.
-  const double sigma = std::max(1.4826 * median(spread), 0.04);
+  // The onsets tell their own spread: a few thousandths where the lines
+  // were spoken to the subtitle, a few hundredths in a film's own. A dozen
+  // onsets tell it loosely, so it is taken wider the fewer there are, and
+  // never below what 10 ms frames can place.
+  result.onsetSpread = 1.4826 * median(spread);
+  const double sigma = std::max(result.onsetSpread * (1 + 3 / std::sqrt(static_cast<double>(inliers.size()))),
+                                kFinestOnset);
   // The pairwise median is a little less efficient than least squares.
   const double se = spp > 0 && !slopes.empty() ? 1.1 * sigma / std::sqrt(spp) : INFINITY;
   const double estimate = coarse.rate + slope;

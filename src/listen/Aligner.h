@@ -54,6 +54,8 @@ struct Alignment {
   int onsets = 0;  // speech onsets that met a cue's start
   // The rate the onsets say, and its standard error.
   double rateEstimate = 0, rateError = 0;
+  // How far single onsets stray from the fitted line, in seconds.
+  double onsetSpread = 0;
 };
 
 struct AlignerOptions {
