@@ -5,7 +5,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -127,46 +129,74 @@ bool drawsShapes(std::string_view text) {
   return false;
 }
 
+// Whether any byte of s is '{', '\\' or '<', the bytes that start markup:
+// eight at a time, as most texts have none.
+bool hasMarkup(std::string_view s) {
+  constexpr std::uint64_t ones = 0x0101010101010101ULL, highs = 0x8080808080808080ULL;
+  auto hasZero = [](std::uint64_t v) { return (v - ones) & ~v & highs; };
+  std::size_t i = 0;
+  for (; i + 8 <= s.size(); i += 8) {
+    std::uint64_t w;
+    std::memcpy(&w, s.data() + i, 8);
+    if (hasZero(w ^ (ones * '{')) | hasZero(w ^ (ones * '\\')) | hasZero(w ^ (ones * '<'))) return true;
+  }
+  for (; i < s.size(); ++i) {
+    if (s[i] == '{' || s[i] == '\\' || s[i] == '<') return true;
+  }
+  return false;
+}
+
+// Each line of text trimmed, the empty ones dropped, the rest joined with
+// "\n", in place: what is written never overtakes what is still to be read.
+void keepTrimmedLines(std::string& text) {
+  std::size_t w = 0;
+  for (std::size_t b = 0; b <= text.size();) {
+    std::size_t e = text.find('\n', b);
+    if (e == std::string::npos) e = text.size();
+    const std::string_view kept = trimSpaces(std::string_view(text).substr(b, e - b));
+    if (!kept.empty()) {
+      if (w) text[w++] = '\n';
+      if (kept.data() != text.data() + w) std::memmove(text.data() + w, kept.data(), kept.size());
+      w += kept.size();
+    }
+    b = e + 1;
+  }
+  text.resize(w);
+}
+
 // The words of an event's Text field as the bar shows them; empty when
-// there are none.
+// there are none. The clean-up works in one copy of the field.
 std::string dialogueText(std::string_view field) {
   // Most lines are plain words: nothing to remove, replace or trim.
-  const bool plain = std::none_of(field.begin(), field.end(), [](char c) { return c == '{' || c == '\\' || c == '<'; });
+  const bool plain = !hasMarkup(field);
   if (plain && !field.empty() &&
       static_cast<unsigned char>(field.front()) > ' ' && static_cast<unsigned char>(field.back()) > ' ' &&
       static_cast<unsigned char>(field.front()) < 0x80 && static_cast<unsigned char>(field.back()) < 0x80) {
     return std::string(field);
   }
-  if (field.find('{') != std::string_view::npos && drawsShapes(field)) return {};
+  if (!plain && field.find('{') != std::string_view::npos && drawsShapes(field)) return {};
   std::string text(field);
-  if (text.find('{') != std::string::npos) markup::removeOverrideBlocks(text);
-  if (text.find('\\') != std::string::npos) {
-    std::size_t w = 0;
-    for (std::size_t r = 0; r < text.size(); ++r) {
-      if (text[r] == '\\' && r + 1 < text.size()) {
-        const char c = text[r + 1];
-        if (c == 'N' || c == 'n' || c == 'h') {
-          text[w++] = c == 'h' ? ' ' : '\n';
-          ++r;
-          continue;
+  if (!plain) {
+    if (text.find('{') != std::string::npos) markup::removeOverrideBlocks(text);
+    if (std::size_t r = text.find('\\'); r != std::string::npos) {
+      std::size_t w = r;
+      while (r < text.size()) {
+        if (text[r] == '\\' && r + 1 < text.size()) {
+          const char c = text[r + 1];
+          if (c == 'N' || c == 'n' || c == 'h') {
+            text[w++] = c == 'h' ? ' ' : '\n';
+            r += 2;
+            continue;
+          }
         }
+        text[w++] = text[r++];
       }
-      text[w++] = text[r];
+      text.resize(w);
     }
-    text.resize(w);
+    if (text.find('<') != std::string::npos) markup::removeHtmlTags(text);
   }
-  if (text.find('<') != std::string::npos) markup::removeHtmlTags(text);
-  if (text.find('\n') == std::string::npos) return std::string(trimSpaces(text));
-  std::string out;
-  out.reserve(text.size());
-  forEachLine(text, [&](std::string_view line) {
-    const std::string_view kept = trimSpaces(line);
-    if (kept.empty()) return true;
-    if (!out.empty()) out += '\n';
-    out += kept;
-    return true;
-  });
-  return out;
+  keepTrimmedLines(text);
+  return text;
 }
 
 // Where an event's Start, End and Text are among its fields, and how many
@@ -207,72 +237,48 @@ Format formatFrom(std::string_view names) {
 // lines are joined in file order, and the cue stands where its first event
 // stood.
 //
-// Times are never negative, and the bits of non-negative doubles sort as
-// the numbers do: a stable radix sort of the bits (none at all for a script
-// in order, the usual case), skipping the digits all starts share. Events
-// with the same start are then next to each other in file order, and each
-// run of them is grouped by end.
+// The keys hold all that the sort and the grouping compare, so an event is
+// looked at again only when it merges, and moved once, into its place: a
+// season's events, scattered in memory by the sort, cost one visit each.
+// A stable radix sort of the starts (none at all for a script in order,
+// the usual case); events with the same start are then next to each other
+// in file order, and each run of them is grouped by end.
 struct Key {
-  std::uint64_t bits;  // of the start; equal exactly when the starts are
-  Cue* cue;
+  std::uint64_t start;  // whole milliseconds or the start's bits: equal exactly when the starts are
+  double end;
+  Cue* cue;  // null once taken into an earlier event
 };
 
-// Stable, by start. Scripts write centiseconds: when every start is a whole
-// number of milliseconds below 2^30 (298 hours), three ten-bit passes over
-// those sort as the starts do. Otherwise the bits themselves, in eleven-bit
+// Stable, by start; returns where the sorted keys are, keys or buffer.
+// Scripts write centiseconds: when every start is a whole number of
+// milliseconds below 2^30 (298 hours), the keys hold those and three
+// ten-bit passes sort them. Otherwise they hold the bits of the starts,
+// which sort as the numbers do (times are never negative), in eleven-bit
 // digits (few enough buckets to stay in the cache), skipping the digits
 // that do not vary.
-void sortKeys(std::vector<Key>& keys, std::uint64_t varying) {
-  std::vector<Key> buffer(keys.size());
-  auto pass = [&](auto digit) {
+Key* sortKeys(Key* keys, Key* buffer, std::size_t n, bool milliseconds, std::uint64_t varying) {
+  auto pass = [&](int shift, std::uint64_t mask) {
     std::uint32_t count[2049] = {};
-    for (const Key& k : keys) ++count[digit(k) + 1];
-    for (std::size_t d = 1; d < std::size(count); ++d) count[d] += count[d - 1];
-    for (const Key& k : keys) buffer[count[digit(k)]++] = k;
-    keys.swap(buffer);
+    for (std::size_t i = 0; i < n; ++i) ++count[((keys[i].start >> shift) & mask) + 1];
+    for (std::size_t d = 1; d <= mask + 1; ++d) count[d] += count[d - 1];
+    for (std::size_t i = 0; i < n; ++i) buffer[count[(keys[i].start >> shift) & mask]++] = keys[i];
+    std::swap(keys, buffer);
   };
-  std::vector<std::uint32_t> ms(keys.size());
-  bool milliseconds = true;
-  for (std::size_t i = 0; i < keys.size() && milliseconds; ++i) {
-    const double start = keys[i].cue->start;
-    const double whole = std::round(start * 1000);
-    milliseconds = whole < double(1u << 30) && whole / 1000 == start;
-    ms[i] = static_cast<std::uint32_t>(whole);
-  }
   if (milliseconds) {
-    // From here on the keys hold milliseconds: equal exactly when the starts are.
-    for (std::size_t i = 0; i < keys.size(); ++i) keys[i].bits = ms[i];
-    for (int shift = 0; shift < 30; shift += 10) pass([shift](const Key& k) { return (k.bits >> shift) & 1023; });
-    return;
+    for (int shift = 0; shift < 30; shift += 10) pass(shift, 1023);
+    return keys;
   }
   for (int shift = 0; shift < 64; shift += 11) {
-    if (((varying >> shift) & 2047) == 0) continue;
-    pass([shift](const Key& k) { return (k.bits >> shift) & 2047; });
+    if (((varying >> shift) & 2047) != 0) pass(shift, 2047);
   }
+  return keys;
 }
 
-std::vector<Cue> mergedAndSorted(std::vector<std::vector<Cue>>& parts) {
-  std::size_t total = 0;
-  for (const auto& part : parts) total += part.size();
-  std::vector<Key> keys;
-  keys.reserve(total);
-  std::uint64_t all = ~0ull, any = 0;
-  bool ordered = true;
-  for (auto& part : parts) {
-    for (Cue& cue : part) {
-      const auto bits = std::bit_cast<std::uint64_t>(cue.start);
-      ordered = ordered && (keys.empty() || keys.back().bits <= bits);
-      keys.push_back({bits, &cue});
-      all &= bits;
-      any |= bits;
-    }
-  }
-  if (!ordered) sortKeys(keys, all ^ any);
-
-  // A run of events at one start, grouped by end. The texts of merged
-  // events stay where they are until the end, so a group can point at them;
-  // a big group (a thousand events at one time) looks them up in a set
-  // instead of comparing with each.
+// Takes each event into the first event of its run with the same end (its
+// key's cue set to null). The texts of merged events stay where they are
+// until the end, so a group can point at them; a big group (a thousand
+// events at one time) looks them up in a set instead of comparing with each.
+void groupRuns(Key* keys, std::size_t n) {
   struct Group {
     Cue* leader;
     std::size_t ownLength;  // of the leader's own text, before it was joined
@@ -294,43 +300,88 @@ std::vector<Cue> mergedAndSorted(std::vector<std::vector<Cue>>& parts) {
     g.leader->text += text;
   };
   std::vector<Group> groups;
-  std::unordered_map<double, std::size_t> groupByEnd;  // for long runs only
-  for (std::size_t run = 0; run < keys.size();) {
+  auto groupOf = [&](Cue* leader) -> Group& {
+    for (Group& g : groups) {
+      if (g.leader == leader) return g;
+    }
+    return groups.emplace_back(Group{leader, leader->text.size(), {}, {}});
+  };
+  std::unordered_map<double, Cue*> leaderByEnd;  // for long runs only
+  for (std::size_t run = 0; run < n;) {
     std::size_t next = run + 1;
-    while (next < keys.size() && keys[next].bits == keys[run].bits) ++next;
-    if (next - run > 1) {
-      const bool longRun = next - run > 32;
+    while (next < n && keys[next].start == keys[run].start) ++next;
+    if (next - run > 32) {
       groups.clear();
-      groupByEnd.clear();
+      leaderByEnd.clear();
+      std::unordered_map<Cue*, std::size_t> groupByLeader;
       for (std::size_t i = run; i < next; ++i) {
-        Cue& event = *keys[i].cue;
-        std::optional<std::size_t> found;
-        if (longRun) {
-          const auto [it, fresh] = groupByEnd.try_emplace(event.end, groups.size());
-          if (!fresh) found = it->second;
-        } else {
-          for (std::size_t g = 0; g < groups.size() && !found; ++g) {
-            if (groups[g].leader->end == event.end) found = g;
+        const auto [it, fresh] = leaderByEnd.try_emplace(keys[i].end, keys[i].cue);
+        if (fresh) continue;
+        const auto [g, made] = groupByLeader.try_emplace(it->second, groups.size());
+        if (made) groups.push_back(Group{it->second, it->second->text.size(), {}, {}});
+        take(groups[g->second], *keys[i].cue);
+        keys[i].cue = nullptr;
+      }
+    } else if (next - run > 1) {
+      groups.clear();
+      for (std::size_t i = run + 1; i < next; ++i) {
+        for (std::size_t j = run; j < i; ++j) {
+          if (keys[j].cue && keys[j].end == keys[i].end) {
+            take(groupOf(keys[j].cue), *keys[i].cue);
+            keys[i].cue = nullptr;
+            break;
           }
         }
-        if (!found) {
-          groups.push_back(Group{&event, event.text.size(), {}, {}});
-          continue;
-        }
-        take(groups[*found], event);
-        keys[i].cue = nullptr;  // taken into its leader
       }
     }
     run = next;
   }
+}
 
-  std::vector<Cue> sorted;
-  sorted.reserve(keys.size());
-  adviseLargePages(sorted.data(), keys.size() * sizeof(Cue));
-  for (const Key& k : keys) {
-    if (k.cue) sorted.push_back(std::move(*k.cue));
+std::vector<Cue> mergedAndSorted(std::vector<std::vector<Cue>>& parts) {
+  std::size_t total = 0;
+  for (const auto& part : parts) total += part.size();
+  // Left uninitialised: every key is written before it is read.
+  std::unique_ptr<Key[]> keys(new Key[total]);
+  std::uint64_t all = ~0ull, any = 0;
+  bool ordered = true, milliseconds = true;
+  double previous = 0;
+  std::size_t n = 0;
+  for (auto& part : parts) {
+    for (Cue& cue : part) {
+      ordered = ordered && previous <= cue.start;
+      previous = cue.start;
+      const auto bits = std::bit_cast<std::uint64_t>(cue.start);
+      all &= bits;
+      any |= bits;
+      std::uint64_t start = bits;
+      if (milliseconds) {
+        const double whole = std::round(cue.start * 1000);
+        if (whole < double(1u << 30) && whole / 1000 == cue.start) {
+          start = static_cast<std::uint64_t>(whole);
+        } else {
+          milliseconds = false;  // the keys so far go back to bits
+          for (std::size_t k = 0; k < n; ++k) keys[k].start = std::bit_cast<std::uint64_t>(keys[k].cue->start);
+        }
+      }
+      keys[n++] = Key{start, cue.end, &cue};
+    }
   }
-  return sorted;
+  Key* sorted = keys.get();
+  std::unique_ptr<Key[]> buffer;
+  if (!ordered) {
+    buffer.reset(new Key[total]);
+    sorted = sortKeys(keys.get(), buffer.get(), total, milliseconds, all ^ any);
+  }
+  groupRuns(sorted, total);
+
+  std::vector<Cue> cues;
+  cues.reserve(total);
+  adviseLargePages(cues.data(), total * sizeof(Cue));
+  for (std::size_t i = 0; i < total; ++i) {
+    if (sorted[i].cue) cues.push_back(std::move(*sorted[i].cue));
+  }
+  return cues;
 }
 
 // Where the reading stands at a line: in which section, under which format.
