@@ -76,6 +76,17 @@ bool isDigit(char c) {
 // as a decimal fraction (".5" and ".500" are both half a second). The value
 // is the double nearest the written decimal, so 0:00:01.23 reads as 1.23.
 std::optional<double> readTime(std::string_view field) {
+  // Nearly every time is H:MM:SS.CC: read it directly, to the same double
+  // as below.
+  if (field.size() == 10 && field[1] == ':' && field[4] == ':' && field[7] == '.' && isDigit(field[0]) &&
+      isDigit(field[2]) && isDigit(field[3]) && isDigit(field[5]) && isDigit(field[6]) && isDigit(field[8]) &&
+      isDigit(field[9])) {
+    const int minutes = (field[2] - '0') * 10 + (field[3] - '0');
+    const int seconds = (field[5] - '0') * 10 + (field[6] - '0');
+    if (minutes >= 60 || seconds >= 60) return std::nullopt;
+    const long long whole = (field[0] - '0') * 3600 + minutes * 60 + seconds;
+    return static_cast<double>(whole * 100 + (field[8] - '0') * 10 + (field[9] - '0')) / 100.0;
+  }
   // Times are nearly always written tight: trim only when they are not.
   const bool tight = !field.empty() && isDigit(field.front()) && isDigit(field.back());
   const std::string_view t = tight ? field : trimSpaces(field);
@@ -153,7 +164,12 @@ void keepTrimmedLines(std::string& text) {
   for (std::size_t b = 0; b <= text.size();) {
     std::size_t e = text.find('\n', b);
     if (e == std::string::npos) e = text.size();
-    const std::string_view kept = trimSpaces(std::string_view(text).substr(b, e - b));
+    const std::string_view line = std::string_view(text).substr(b, e - b);
+    // A line that starts and ends with a visible ASCII character has nothing to trim.
+    const bool tight = !line.empty() && static_cast<unsigned char>(line.front()) > ' ' &&
+                       static_cast<unsigned char>(line.back()) > ' ' &&
+                       static_cast<unsigned char>(line.front()) < 0x80 && static_cast<unsigned char>(line.back()) < 0x80;
+    const std::string_view kept = tight ? line : trimSpaces(line);
     if (!kept.empty()) {
       if (w) text[w++] = '\n';
       if (kept.data() != text.data() + w) std::memmove(text.data() + w, kept.data(), kept.size());
@@ -251,25 +267,22 @@ struct Key {
 
 // Stable, by start; returns where the sorted keys are, keys or buffer.
 // Scripts write centiseconds: when every start is a whole number of
-// milliseconds below 2^30 (298 hours), the keys hold those and three
-// ten-bit passes sort them. Otherwise they hold the bits of the starts,
-// which sort as the numbers do (times are never negative), in eleven-bit
-// digits (few enough buckets to stay in the cache), skipping the digits
-// that do not vary.
-Key* sortKeys(Key* keys, Key* buffer, std::size_t n, bool milliseconds, std::uint64_t varying) {
-  auto pass = [&](int shift, std::uint64_t mask) {
-    std::uint32_t count[2049] = {};
+// milliseconds below 2^30 (298 hours), the keys hold those. Otherwise they
+// hold the bits of the starts, which sort as the numbers do (times are
+// never negative). Either way in digits of at most twelve bits (few enough
+// buckets to stay in the cache), skipping the high bits no start has: an
+// episode's milliseconds take two passes, a season's in one script three.
+Key* sortKeys(Key* keys, Key* buffer, std::size_t n, std::uint64_t varying) {
+  const int width = std::bit_width(varying);
+  const int passes = (width + 11) / 12;
+  const int digit = passes ? (width + passes - 1) / passes : 0;
+  const std::uint64_t mask = (std::uint64_t{1} << digit) - 1;
+  for (int shift = 0; shift < width; shift += digit) {
+    std::uint32_t count[4097] = {};
     for (std::size_t i = 0; i < n; ++i) ++count[((keys[i].start >> shift) & mask) + 1];
     for (std::size_t d = 1; d <= mask + 1; ++d) count[d] += count[d - 1];
     for (std::size_t i = 0; i < n; ++i) buffer[count[(keys[i].start >> shift) & mask]++] = keys[i];
     std::swap(keys, buffer);
-  };
-  if (milliseconds) {
-    for (int shift = 0; shift < 30; shift += 10) pass(shift, 1023);
-    return keys;
-  }
-  for (int shift = 0; shift < 64; shift += 11) {
-    if (((varying >> shift) & 2047) != 0) pass(shift, 2047);
   }
   return keys;
 }
@@ -343,7 +356,8 @@ std::vector<Cue> mergedAndSorted(std::vector<std::vector<Cue>>& parts) {
   for (const auto& part : parts) total += part.size();
   // Left uninitialised: every key is written before it is read.
   std::unique_ptr<Key[]> keys(new Key[total]);
-  std::uint64_t all = ~0ull, any = 0;
+  // The bits on which the keys differ, for milliseconds and for bits.
+  std::uint64_t msAll = ~0ull, msAny = 0, all = ~0ull, any = 0;
   bool ordered = true, milliseconds = true;
   double previous = 0;
   std::size_t n = 0;
@@ -359,6 +373,8 @@ std::vector<Cue> mergedAndSorted(std::vector<std::vector<Cue>>& parts) {
         const double whole = std::round(cue.start * 1000);
         if (whole < double(1u << 30) && whole / 1000 == cue.start) {
           start = static_cast<std::uint64_t>(whole);
+          msAll &= start;
+          msAny |= start;
         } else {
           milliseconds = false;  // the keys so far go back to bits
           for (std::size_t k = 0; k < n; ++k) keys[k].start = std::bit_cast<std::uint64_t>(keys[k].cue->start);
@@ -371,7 +387,7 @@ std::vector<Cue> mergedAndSorted(std::vector<std::vector<Cue>>& parts) {
   std::unique_ptr<Key[]> buffer;
   if (!ordered) {
     buffer.reset(new Key[total]);
-    sorted = sortKeys(keys.get(), buffer.get(), total, milliseconds, all ^ any);
+    sorted = sortKeys(keys.get(), buffer.get(), total, milliseconds ? msAll ^ msAny : all ^ any);
   }
   groupRuns(sorted, total);
 
@@ -382,6 +398,35 @@ std::vector<Cue> mergedAndSorted(std::vector<std::vector<Cue>>& parts) {
     if (sorted[i].cue) cues.push_back(std::move(*sorted[i].cue));
   }
   return cues;
+}
+
+// Calls fn with the index of each of the first `count` commas of s; false
+// when s has fewer. The fields before an event's text are short and many:
+// eight bytes at a time, every comma among them found at once, beats both a
+// plain loop and a search call for each.
+template <class Fn>
+bool forEachComma(std::string_view s, std::size_t count, Fn&& fn) {
+  if (count == 0) return true;
+  std::size_t i = 0;
+  if constexpr (std::endian::native == std::endian::little) {
+    constexpr std::uint64_t ones = 0x0101010101010101ULL, lows = 0x7F7F7F7F7F7F7F7FULL;
+    for (; i + 8 <= s.size(); i += 8) {
+      std::uint64_t w;
+      std::memcpy(&w, s.data() + i, 8);
+      w ^= ones * ',';
+      // The high bit of each byte that was a comma, and of no other (no carry crosses a byte).
+      for (std::uint64_t commas = ~(((w & lows) + lows) | w | lows); commas; commas &= commas - 1) {
+        fn(i + static_cast<std::size_t>(std::countr_zero(commas)) / 8);
+        if (--count == 0) return true;
+      }
+    }
+  }
+  for (; i < s.size(); ++i) {
+    if (s[i] != ',') continue;
+    fn(i);
+    if (--count == 0) return true;
+  }
+  return false;
 }
 
 // Where the reading stands at a line: in which section, under which format.
@@ -426,8 +471,7 @@ Scan scan(std::string_view text, ScanState state, bool stopAtEvent = false) {
     if (!state.format.readable) return true;
     if (stopAtEvent) return false;
     std::string_view rest = trimLeadingSpaces(line.substr(9));
-    // The fields before the text are short: a plain loop beats a search
-    // call for each of them. Only three of them are kept.
+    // Only three of the fields are kept.
     const Format& f = state.format;
     std::string_view start, end, text;
     auto keep = [&](std::size_t index, std::string_view field) {
@@ -435,20 +479,28 @@ Scan scan(std::string_view text, ScanState state, bool stopAtEvent = false) {
       if (index == f.end) end = field;
       if (index == f.text) text = field;
     };
-    std::size_t from = 0, index = 0;
-    for (std::size_t k = 0; index + 1 < f.fields; ++k) {
-      if (k == rest.size()) return true;  // fewer fields than the format names
-      if (rest[k] != ',') continue;
-      keep(index++, rest.substr(from, k - from));
-      from = k + 1;
-    }
+    std::size_t from = 0, index = 0;  // the field that starts at from
+    const bool complete = forEachComma(rest, f.fields - 1, [&](std::size_t comma) {
+      keep(index++, std::string_view(rest.data() + from, comma - from));
+      from = comma + 1;
+    });
+    if (!complete) return true;  // fewer fields than the format names
     keep(index, rest.substr(from));
     const auto startTime = readTime(start);
     if (!startTime) return true;
     const auto endTime = readTime(end);
     if (!endTime || *endTime < *startTime) return true;
     std::string words = dialogueText(text);
-    if (!words.empty()) out.events.push_back(Cue{*startTime, *endTime, std::move(words)});
+    if (words.empty()) return true;
+    // A copy of a line just read at the same times (a layer, a shadow)
+    // would add nothing to their cue: it need not be kept, sorted or merged.
+    auto& events = out.events;
+    for (std::size_t back = 1; back <= 4 && back <= events.size(); ++back) {
+      const Cue& before = events[events.size() - back];
+      if (before.start != *startTime || before.end != *endTime) break;
+      if (before.text == words) return true;
+    }
+    events.push_back(Cue{*startTime, *endTime, std::move(words)});
     return true;
   });
   out.state = state;
