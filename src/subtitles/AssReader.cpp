@@ -247,31 +247,55 @@ Format formatFrom(std::string_view names) {
   return f;
 }
 
-// The events of one or more parts, in file order, as cues sorted by start
-// (ties in file order). Events drawn together (the same start and end)
-// become one cue: copies of a line (layers, shadows) count once, different
-// lines are joined in file order, and the cue stands where its first event
-// stood.
-//
-// The keys hold all that the sort and the grouping compare, so an event is
-// looked at again only when it merges, and moved once, into its place: a
-// season's events, scattered in memory by the sort, cost one visit each.
-// A stable radix sort of the starts (none at all for a script in order,
-// the usual case); events with the same start are then next to each other
-// in file order, and each run of them is grouped by end.
-struct Key {
-  std::uint64_t start;  // whole milliseconds or the start's bits: equal exactly when the starts are
+// Scripts write centiseconds: when every time is a whole number of
+// milliseconds below 2^30 (298 hours), a key is twelve bytes of those and
+// the event's place. Otherwise it holds the start's bits, which sort as the
+// numbers do (times are never negative), the end and the event itself.
+struct MillisecondKey {
+  std::uint32_t start, end;  // equal exactly when the times are
+  std::uint32_t at;          // the event's place in file order; `taken` once taken into an earlier event
+  static constexpr std::uint32_t taken = ~std::uint32_t{0};
+};
+struct BitsKey {
+  std::uint64_t start;
   double end;
   Cue* cue;  // null once taken into an earlier event
 };
 
-// Stable, by start; returns where the sorted keys are, keys or buffer.
-// Scripts write centiseconds: when every start is a whole number of
-// milliseconds below 2^30 (298 hours), the keys hold those. Otherwise they
-// hold the bits of the starts, which sort as the numbers do (times are
-// never negative). Either way in digits of at most twelve bits (few enough
-// buckets to stay in the cache), skipping the high bits no start has: an
-// episode's milliseconds take two passes, a season's in one script three.
+// The events of all parts, by their place in file order.
+class Events {
+ public:
+  explicit Events(std::vector<std::vector<Cue>>& parts) : parts_(parts) {}
+  Cue& operator[](std::size_t at) const {
+    for (auto& part : parts_) {
+      if (at < part.size()) return part[at];
+      at -= part.size();
+    }
+    return parts_.back().back();  // not reached: every place is in a part
+  }
+
+ private:
+  std::vector<std::vector<Cue>>& parts_;
+};
+
+Cue* cueOf(const MillisecondKey& k, const Events& events) {
+  return k.at == MillisecondKey::taken ? nullptr : &events[k.at];
+}
+Cue* cueOf(const BitsKey& k, const Events&) {
+  return k.cue;
+}
+void markTaken(MillisecondKey& k) {
+  k.at = MillisecondKey::taken;
+}
+void markTaken(BitsKey& k) {
+  k.cue = nullptr;
+}
+
+// Stable, by start; returns where the sorted keys are, keys or buffer. In
+// digits of at most twelve bits (few enough buckets to stay in the cache),
+// skipping the high bits no start has: an episode's milliseconds take two
+// passes, a season's in one script three.
+template <class Key>
 Key* sortKeys(Key* keys, Key* buffer, std::size_t n, std::uint64_t varying) {
   const int width = std::bit_width(varying);
   const int passes = (width + 11) / 12;
@@ -288,10 +312,11 @@ Key* sortKeys(Key* keys, Key* buffer, std::size_t n, std::uint64_t varying) {
 }
 
 // Takes each event into the first event of its run with the same end (its
-// key's cue set to null). The texts of merged events stay where they are
-// until the end, so a group can point at them; a big group (a thousand
-// events at one time) looks them up in a set instead of comparing with each.
-void groupRuns(Key* keys, std::size_t n) {
+// key marked taken). The texts of merged events stay where they are until
+// the end, so a group can point at them; a big group (a thousand events at
+// one time) looks them up in a set instead of comparing with each.
+template <class Key>
+void groupRuns(Key* keys, std::size_t n, const Events& events) {
   struct Group {
     Cue* leader;
     std::size_t ownLength;  // of the leader's own text, before it was joined
@@ -319,29 +344,31 @@ void groupRuns(Key* keys, std::size_t n) {
     }
     return groups.emplace_back(Group{leader, leader->text.size(), {}, {}});
   };
-  std::unordered_map<double, Cue*> leaderByEnd;  // for long runs only
+  std::unordered_map<decltype(Key::end), Cue*> leaderByEnd;  // for long runs only
+  std::unordered_map<Cue*, std::size_t> groupByLeader;
   for (std::size_t run = 0; run < n;) {
     std::size_t next = run + 1;
     while (next < n && keys[next].start == keys[run].start) ++next;
     if (next - run > 32) {
       groups.clear();
       leaderByEnd.clear();
-      std::unordered_map<Cue*, std::size_t> groupByLeader;
+      groupByLeader.clear();
       for (std::size_t i = run; i < next; ++i) {
-        const auto [it, fresh] = leaderByEnd.try_emplace(keys[i].end, keys[i].cue);
+        const auto [it, fresh] = leaderByEnd.try_emplace(keys[i].end, cueOf(keys[i], events));
         if (fresh) continue;
         const auto [g, made] = groupByLeader.try_emplace(it->second, groups.size());
         if (made) groups.push_back(Group{it->second, it->second->text.size(), {}, {}});
-        take(groups[g->second], *keys[i].cue);
-        keys[i].cue = nullptr;
+        take(groups[g->second], *cueOf(keys[i], events));
+        markTaken(keys[i]);
       }
     } else if (next - run > 1) {
       groups.clear();
       for (std::size_t i = run + 1; i < next; ++i) {
         for (std::size_t j = run; j < i; ++j) {
-          if (keys[j].cue && keys[j].end == keys[i].end) {
-            take(groupOf(keys[j].cue), *keys[i].cue);
-            keys[i].cue = nullptr;
+          Cue* leader = cueOf(keys[j], events);
+          if (leader && keys[j].end == keys[i].end) {
+            take(groupOf(leader), *cueOf(keys[i], events));
+            markTaken(keys[i]);
             break;
           }
         }
@@ -351,53 +378,87 @@ void groupRuns(Key* keys, std::size_t n) {
   }
 }
 
+// Sorted, grouped, and each cue moved once, into its place: a season's
+// events, scattered in memory by the sort, cost one visit each.
+template <class Key>
+std::vector<Cue> arranged(Key* keys, std::size_t n, bool ordered, std::uint64_t varying, const Events& events) {
+  Key* sorted = keys;
+  std::unique_ptr<Key[]> buffer;
+  if (!ordered) {
+    buffer.reset(new Key[n]);  // left uninitialised: the sort writes each key before reading it
+    sorted = sortKeys(keys, buffer.get(), n, varying);
+  }
+  groupRuns(sorted, n, events);
+  std::vector<Cue> cues;
+  cues.reserve(n);
+  adviseLargePages(cues.data(), n * sizeof(Cue));
+  for (std::size_t i = 0; i < n; ++i) {
+    if (Cue* cue = cueOf(sorted[i], events)) cues.push_back(std::move(*cue));
+  }
+  return cues;
+}
+
+// The events of one or more parts, in file order, as cues sorted by start
+// (ties in file order). Events drawn together (the same start and end)
+// become one cue: copies of a line (layers, shadows) count once, different
+// lines are joined in file order, and the cue stands where its first event
+// stood.
+//
+// The keys hold all that the sort and the grouping compare, so an event is
+// looked at again only when it merges. A stable radix sort of the starts
+// (none at all for a script in order, the usual case); events with the
+// same start are then next to each other in file order, and each run of
+// them is grouped by end.
 std::vector<Cue> mergedAndSorted(std::vector<std::vector<Cue>>& parts) {
+  const Events events(parts);
   std::size_t total = 0;
-  for (const auto& part : parts) total += part.size();
-  // Left uninitialised: every key is written before it is read.
-  std::unique_ptr<Key[]> keys(new Key[total]);
-  // The bits on which the keys differ, for milliseconds and for bits.
-  std::uint64_t msAll = ~0ull, msAny = 0, all = ~0ull, any = 0;
-  bool ordered = true, milliseconds = true;
+  bool ordered = true;
   double previous = 0;
+  for (const auto& part : parts) {
+    total += part.size();
+    for (const Cue& cue : part) {
+      ordered = ordered && previous <= cue.start;
+      previous = cue.start;
+    }
+  }
+  // Left uninitialised: every key is written before it is read.
+  if (total < MillisecondKey::taken) {
+    std::unique_ptr<MillisecondKey[]> keys(new MillisecondKey[total]);
+    std::uint32_t all = ~0u, any = 0;
+    auto fill = [&] {
+      auto milliseconds = [](double t, std::uint32_t& ms) {
+        const double whole = std::round(t * 1000);
+        if (!(whole < double(1u << 30) && whole / 1000 == t)) return false;
+        ms = static_cast<std::uint32_t>(whole);
+        return true;
+      };
+      std::uint32_t n = 0;
+      for (const auto& part : parts) {
+        for (const Cue& cue : part) {
+          std::uint32_t start, end;
+          if (!milliseconds(cue.start, start) || !milliseconds(cue.end, end)) return false;
+          all &= start;
+          any |= start;
+          keys[n] = MillisecondKey{start, end, n};
+          ++n;
+        }
+      }
+      return true;
+    };
+    if (fill()) return arranged(keys.get(), total, ordered, all ^ any, events);
+  }
+  std::unique_ptr<BitsKey[]> keys(new BitsKey[total]);
+  std::uint64_t all = ~0ull, any = 0;
   std::size_t n = 0;
   for (auto& part : parts) {
     for (Cue& cue : part) {
-      ordered = ordered && previous <= cue.start;
-      previous = cue.start;
-      const auto bits = std::bit_cast<std::uint64_t>(cue.start);
-      all &= bits;
-      any |= bits;
-      std::uint64_t start = bits;
-      if (milliseconds) {
-        const double whole = std::round(cue.start * 1000);
-        if (whole < double(1u << 30) && whole / 1000 == cue.start) {
-          start = static_cast<std::uint64_t>(whole);
-          msAll &= start;
-          msAny |= start;
-        } else {
-          milliseconds = false;  // the keys so far go back to bits
-          for (std::size_t k = 0; k < n; ++k) keys[k].start = std::bit_cast<std::uint64_t>(keys[k].cue->start);
-        }
-      }
-      keys[n++] = Key{start, cue.end, &cue};
+      const auto start = std::bit_cast<std::uint64_t>(cue.start);
+      all &= start;
+      any |= start;
+      keys[n++] = BitsKey{start, cue.end, &cue};
     }
   }
-  Key* sorted = keys.get();
-  std::unique_ptr<Key[]> buffer;
-  if (!ordered) {
-    buffer.reset(new Key[total]);
-    sorted = sortKeys(keys.get(), buffer.get(), total, milliseconds ? msAll ^ msAny : all ^ any);
-  }
-  groupRuns(sorted, total);
-
-  std::vector<Cue> cues;
-  cues.reserve(total);
-  adviseLargePages(cues.data(), total * sizeof(Cue));
-  for (std::size_t i = 0; i < total; ++i) {
-    if (sorted[i].cue) cues.push_back(std::move(*sorted[i].cue));
-  }
-  return cues;
+  return arranged(keys.get(), total, ordered, all ^ any, events);
 }
 
 // Calls fn with the index of each of the first `count` commas of s; false
