@@ -291,6 +291,14 @@ void markTaken(BitsKey& k) {
   k.cue = nullptr;
 }
 
+void prefetch(const void* p) {
+#if defined(__GNUC__) || defined(__clang__)
+  __builtin_prefetch(p);
+#else
+  (void)p;
+#endif
+}
+
 // Stable, by start; returns where the sorted keys are, keys or buffer. In
 // digits of at most twelve bits (few enough buckets to stay in the cache),
 // skipping the high bits no start has: an episode's milliseconds take two
@@ -344,6 +352,13 @@ void groupRuns(Key* keys, std::size_t n, const Events& events) {
     }
     return groups.emplace_back(Group{leader, leader->text.size(), {}, {}});
   };
+  // In runs of a few events, the merges are found first and made after.
+  struct Merge {
+    std::size_t run;
+    Cue* leader;
+    Cue* event;
+  };
+  std::vector<Merge> merges;
   std::unordered_map<decltype(Key::end), Cue*> leaderByEnd;  // for long runs only
   std::unordered_map<Cue*, std::size_t> groupByLeader;
   for (std::size_t run = 0; run < n;) {
@@ -362,12 +377,10 @@ void groupRuns(Key* keys, std::size_t n, const Events& events) {
         markTaken(keys[i]);
       }
     } else if (next - run > 1) {
-      groups.clear();
       for (std::size_t i = run + 1; i < next; ++i) {
         for (std::size_t j = run; j < i; ++j) {
-          Cue* leader = cueOf(keys[j], events);
-          if (leader && keys[j].end == keys[i].end) {
-            take(groupOf(leader), *cueOf(keys[i], events));
+          if (cueOf(keys[j], events) && keys[j].end == keys[i].end) {
+            merges.push_back(Merge{run, cueOf(keys[j], events), cueOf(keys[i], events)});
             markTaken(keys[i]);
             break;
           }
@@ -375,6 +388,21 @@ void groupRuns(Key* keys, std::size_t n, const Events& events) {
       }
     }
     run = next;
+  }
+  // The events and texts of a merge lie anywhere in memory: they are asked
+  // for a few merges ahead, so that their fetches overlap.
+  constexpr std::size_t ahead = 8;
+  for (std::size_t k = 0; k < merges.size(); ++k) {
+    if (k + 2 * ahead < merges.size()) {
+      prefetch(merges[k + 2 * ahead].leader);
+      prefetch(merges[k + 2 * ahead].event);
+    }
+    if (k + ahead < merges.size()) {
+      prefetch(merges[k + ahead].leader->text.data());
+      prefetch(merges[k + ahead].event->text.data());
+    }
+    if (k == 0 || merges[k].run != merges[k - 1].run) groups.clear();
+    take(groupOf(merges[k].leader), *merges[k].event);
   }
 }
 
