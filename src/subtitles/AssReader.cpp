@@ -195,17 +195,21 @@ std::string dialogueText(std::string_view field) {
   if (!plain) {
     if (text.find('{') != std::string::npos) markup::removeOverrideBlocks(text);
     if (std::size_t r = text.find('\\'); r != std::string::npos) {
+      // From one backslash to the next, the text moves down as a whole.
       std::size_t w = r;
-      while (r < text.size()) {
-        if (text[r] == '\\' && r + 1 < text.size()) {
-          const char c = text[r + 1];
-          if (c == 'N' || c == 'n' || c == 'h') {
-            text[w++] = c == 'h' ? ' ' : '\n';
-            r += 2;
-            continue;
-          }
+      while (r != std::string::npos) {
+        std::size_t next = r + 1;
+        const char c = next < text.size() ? text[next] : '\0';
+        if (c == 'N' || c == 'n' || c == 'h') {
+          text[w++] = c == 'h' ? ' ' : '\n';
+          ++next;
+        } else {
+          text[w++] = '\\';
         }
-        text[w++] = text[r++];
+        r = text.find('\\', next);
+        const std::size_t to = r == std::string::npos ? text.size() : r;
+        if (w != next) std::memmove(text.data() + w, text.data() + next, to - next);
+        w += to - next;
       }
       text.resize(w);
     }
@@ -560,21 +564,39 @@ Scan scan(std::string_view text, ScanState state, bool stopAtEvent = false) {
     if (!state.format.readable) return true;
     if (stopAtEvent) return false;
     std::string_view rest = trimLeadingSpaces(line.substr(9));
-    // Only three of the fields are kept.
+    // Only three of the fields are kept: where the usual handful of fields
+    // end is noted first, and the three taken from there.
     const Format& f = state.format;
     std::string_view start, end, text;
-    auto keep = [&](std::size_t index, std::string_view field) {
-      if (index == f.start) start = field;
-      if (index == f.end) end = field;
-      if (index == f.text) text = field;
-    };
-    std::size_t from = 0, index = 0;  // the field that starts at from
-    const bool complete = forEachComma(rest, f.fields - 1, [&](std::size_t comma) {
-      keep(index++, std::string_view(rest.data() + from, comma - from));
-      from = comma + 1;
-    });
-    if (!complete) return true;  // fewer fields than the format names
-    keep(index, rest.substr(from));
+    if (f.fields <= 16) {
+      std::size_t commaAt[16];
+      std::size_t commas = 0;
+      if (!forEachComma(rest, f.fields - 1, [&](std::size_t comma) { commaAt[commas++] = comma; })) {
+        return true;  // fewer fields than the format names
+      }
+      auto field = [&](std::size_t index) {
+        const std::size_t from = index ? commaAt[index - 1] + 1 : 0;
+        const std::size_t to = index + 1 < f.fields ? commaAt[index] : rest.size();
+        return std::string_view(rest.data() + from, to - from);
+      };
+      start = field(f.start);
+      end = field(f.end);
+      text = field(f.text);
+    } else {
+      std::size_t from = 0, index = 0;  // the field that starts at from
+      auto keep = [&](std::string_view field) {
+        if (index == f.start) start = field;
+        if (index == f.end) end = field;
+        if (index == f.text) text = field;
+        ++index;
+      };
+      const bool complete = forEachComma(rest, f.fields - 1, [&](std::size_t comma) {
+        keep(std::string_view(rest.data() + from, comma - from));
+        from = comma + 1;
+      });
+      if (!complete) return true;
+      keep(rest.substr(from));
+    }
     const auto startTime = readTime(start);
     if (!startTime) return true;
     const auto endTime = readTime(end);
