@@ -305,8 +305,9 @@ void prefetch(const void* p) {
 
 // Stable, by start; returns where the sorted keys are, keys or buffer. In
 // digits of at most twelve bits (few enough buckets to stay in the cache),
-// skipping the high bits no start has: an episode's milliseconds take two
-// passes, a season's in one script three.
+// skipping the high bits all starts share: milliseconds up to four and a
+// half hours (an episode, or a season whose times start over) take two
+// passes.
 template <class Key>
 Key* sortKeys(Key* keys, Key* buffer, std::size_t n, std::uint64_t varying) {
   const int width = std::bit_width(varying);
