@@ -120,6 +120,45 @@ TEST(AssReader, EventsAtTheSameTimesMergeAnywhereInTheFile) {
   const auto merged = cuesOf(many);
   ASSERT_EQ(merged.size(), 1u);
   EXPECT_EQ(std::count(merged[0].text.begin(), merged[0].text.end(), '\n'), 4999);
+  // Events of one group far apart, in both halves of a long script, and
+  // runs long enough to be grouped through a table: each group gathers its
+  // texts in file order, once each, and stands where its first event stood.
+  std::mt19937 rng(5);
+  for (int round = 0; round < 20; ++round) {
+    struct Event {
+      int start, end, text;
+    };
+    std::vector<Event> events;
+    std::string text = "[Script Info]\n[Events]\n";
+    const int count = round < 10 ? 60 : 400;  // runs of a few, or of more than thirty at a start
+    for (int i = 0; i < count; ++i) {
+      const Event e{static_cast<int>(rng() % 6), 6 + static_cast<int>(rng() % 3), static_cast<int>(rng() % 4)};
+      events.push_back(e);
+      char line[96];
+      std::snprintf(line, sizeof line, "Dialogue: 0,0:00:%02d.00,0:00:%02d.00,Default,,0,0,0,,{\\i%d}line %d\n", e.start,
+                    e.end, i % 2, e.text);
+      text += line;
+    }
+    std::vector<Cue> expected;
+    for (std::size_t i = 0; i < events.size(); ++i) {
+      const auto first = std::find_if(events.begin(), events.end(), [&](const Event& e) {
+        return e.start == events[i].start && e.end == events[i].end;
+      });
+      const std::string words = "line " + std::to_string(events[i].text);
+      if (first == events.begin() + static_cast<std::ptrdiff_t>(i)) {
+        expected.push_back(Cue{double(events[i].start), double(events[i].end), words});
+        continue;
+      }
+      auto group = std::find_if(expected.begin(), expected.end(), [&](const Cue& c) {
+        return c.start == events[i].start && c.end == events[i].end;
+      });
+      const std::string joined = "\n" + group->text + "\n";
+      if (joined.find("\n" + words + "\n") == std::string::npos) group->text += "\n" + words;
+    }
+    std::stable_sort(expected.begin(), expected.end(), [](const Cue& a, const Cue& b) { return a.start < b.start; });
+    EXPECT_EQ(ass::readScript(text, 0), expected) << text;
+    EXPECT_EQ(ass::readScript(text, std::string::npos), expected) << text;
+  }
 }
 
 
