@@ -43,7 +43,7 @@ def main():
     r = got["result"]
     if r is None:
         # Not sure is allowed (it changes nothing); a wrong result never is.
-        # Telling 25/23.976 from 25/24 takes two to three minutes of this
+        # Telling 25/23.976 from 25/24 takes about a minute of this
         # dialogue; bench/listen-accuracy measures how often and how fast.
         print("listen e2e: with voices: expected offset %+.3f s, scale %.6f; no sure result in %s s (%s): "
               "nothing applied" % (OFFSET, SCALE, got["seconds"], "listening gave up" if got["ended"] else "timed out"))
