@@ -43,42 +43,49 @@ struct Rig {
 
 constexpr double m = tickplan::margin;
 
+constexpr double tick = Controller::tickInterval;
+
 TEST(TickPlan, WakesAtTheNextCueBoundaryOrTheNextSecondOfTheClock) {
   Rig r;
-  EXPECT_NEAR(r.dueAt(1.0), 0.25 + m, 1e-9);    // First starts
+  EXPECT_NEAR(r.dueAt(1.2), 0.05 + m, 1e-9);    // First starts
   EXPECT_NEAR(r.dueAt(1.5), 0.5 + m, 1e-9);     // the clock shows 2 s before First ends
-  EXPECT_NEAR(r.dueAt(2.5), 0.25 + m, 1e-9);    // First ends (shown up to 2.750 itself)
-  EXPECT_NEAR(r.dueAt(20.3), 0.1 + m, 1e-9);    // Second starts
-  EXPECT_NEAR(r.dueAt(20.45), 0.15 + m, 1e-9);  // and ends
+  EXPECT_NEAR(r.dueAt(2.67), 0.08 + m, 1e-9);   // First ends (shown up to 2.750 itself)
+  EXPECT_NEAR(r.dueAt(20.35), 0.05 + m, 1e-9);  // Second starts
+  EXPECT_NEAR(r.dueAt(20.52), 0.08 + m, 1e-9);  // and ends
   EXPECT_NEAR(r.dueAt(30.2), 0.8 + m, 1e-9);    // past the last cue: only the clock
+  // A boundary further off gets a look a tick before it, and the boundary
+  // itself is planned from that look's clock.
+  EXPECT_NEAR(r.dueAt(1.0), 0.25 + m - tick, 1e-9);
+  EXPECT_NEAR(r.dueAt(1.0 + 0.25 + m - tick + 0.001), tick - 0.001, 1e-9);
   // Nothing moves while paused or held: nothing is due before the longest gap.
   EXPECT_DOUBLE_EQ(r.dueAt(1.0, false), Controller::longestTickGap);
   EXPECT_DOUBLE_EQ(r.dueAt(1.0, true, 1.0, /*holding=*/true), Controller::longestTickGap);
   EXPECT_DOUBLE_EQ(r.dueAt(1.0, true, 0.0), Controller::longestTickGap);  // a player at speed 0
   // Due times count from the tick: later they are nearer.
-  r.dueAt(1.0);
-  r.clock.advance(0.1);
-  EXPECT_NEAR(r.c->nextTickIn(), 0.15 + m, 1e-9);
+  r.dueAt(1.17);
+  r.clock.advance(0.05);
+  EXPECT_NEAR(r.c->nextTickIn(), 0.03 + m, 1e-9);
   r.clock.advance(1.0);
   EXPECT_EQ(r.c->nextTickIn(), 0.0);  // overdue: at once
 }
 
 TEST(TickPlan, FollowsThePlayersSpeedTheRateAndTheOffset) {
   Rig r;
-  // The player at double speed reaches 1.25 from 1.0 in 0.125 s.
-  EXPECT_NEAR(r.dueAt(1.0, true, 2.0), 0.125 + m, 1e-9);
+  // The player at double speed reaches 1.25 from 1.1 in 0.075 s.
+  EXPECT_NEAR(r.dueAt(1.1, true, 2.0), 0.075 + m, 1e-9);
   EXPECT_NEAR(r.dueAt(1.9, true, 2.0), 0.05 + m, 1e-9);  // the clock's next second first
   // Subtitles 0.5 s later: First starts at position 0.75.
   r.c->bumpOffset(+0.5);
   r.clock.advance(3.01);
-  EXPECT_NEAR(r.dueAt(0.5), 0.25 + m, 1e-9);
+  EXPECT_NEAR(r.dueAt(0.7), 0.05 + m, 1e-9);
   // A frame-rate rate: subtitle time = position × rate + offset.
   r.c->cycleFPS();
   r.clock.advance(3.01);
   const double rate = Controller::scalePresets[1].factor;
-  EXPECT_NEAR(r.dueAt(0.5), (1.25 - 0.5) / rate - 0.5 + m, 1e-9);
+  const double start = (1.25 - 0.5) / rate;  // the position First starts at
+  EXPECT_NEAR(r.dueAt(start - 0.08), 0.08 + m, 1e-9);
   // Both at once: the player at 1.5x.
-  EXPECT_NEAR(r.dueAt(0.5, true, 1.5), ((1.25 - 0.5) / rate - 0.5) / 1.5 + m, 1e-9);
+  EXPECT_NEAR(r.dueAt(start - 0.12, true, 1.5), 0.12 / 1.5 + m, 1e-9);
 }
 
 TEST(TickPlan, AHintEndsOnTimeWhateverElseIsDue) {
@@ -93,8 +100,8 @@ TEST(TickPlan, AHintEndsOnTimeWhateverElseIsDue) {
   EXPECT_EQ(r.host.status.substr(0, 3), "⏸");  // the hint is gone, the tick's line is back
   // While playing, whichever comes first.
   r.c->bumpFont(+2);
-  r.clock.advance(2.9);
-  EXPECT_NEAR(r.dueAt(5.0), 0.1 + m, 1e-9);
+  r.clock.advance(2.95);
+  EXPECT_NEAR(r.dueAt(5.0), 0.05 + m, 1e-9);
 }
 
 TEST(TickPlan, TheGlintGetsFramesOnlyWhileItSweeps) {
@@ -135,8 +142,8 @@ TEST(TickPlan, TheSecondSubtitlesBoundariesCountToo) {
   r.c->loadSecondSubtitle(r.dir.path("b.srt"));
   r.clock.advance(3.01);
   r.dueAt(4.0);  // the second's times are read from the tick before
-  EXPECT_NEAR(r.dueAt(5.0), 0.1 + m, 1e-9);
-  EXPECT_NEAR(r.dueAt(5.2), 0.1 + m, 1e-9);
+  EXPECT_NEAR(r.dueAt(5.03), 0.07 + m, 1e-9);
+  EXPECT_NEAR(r.dueAt(5.22), 0.08 + m, 1e-9);
 }
 
 TEST(TickPlan, ArithmeticAtTheEdges) {

@@ -166,7 +166,7 @@ bool Controller::showNextNote() {
 }
 
 void Controller::setStatus(std::string_view text) {
-  // The tick rebuilds the line twenty times a second; a label need not
+  // The tick rebuilds the line again and again; a label need not
   // hear of it unless the words change.
   if (text == shownStatus) return;
   shownStatus.assign(text);

@@ -163,7 +163,7 @@ class Controller {
 
   // Reads the settings, starts the source, builds the panel, loads the
   // start-up subtitle and shows the start hint. The shell then calls tick()
-  // every 0.05 s.
+  // every tickInterval, or as nextTickIn() says.
   Controller(ControllerServices services, std::unique_ptr<SyncSource> sync, std::optional<std::string> subtitlePath,
              Conventions conventions = {}, std::optional<std::string> secondPath = std::nullopt);
   Controller(const Controller&) = delete;

@@ -58,7 +58,9 @@ void Controller::planNextTick() noexcept {
   if (!snap.position) {
     within(tickplan::untilGlintFrame(at, tickInterval));
   } else if (snap.playing && !snap.holding) {
-    within(s.textDueIn);
+    // A boundary further off is looked at again a tick before it: every poll
+    // since this snapshot corrected the clock a little, unseen.
+    within(s.textDueIn > 2 * tickInterval ? s.textDueIn - tickInterval : s.textDueIn);
     within(tickplan::untilNextSecond(*snap.position, snap.rate));  // the status line's clock
   }
   s.nextTickAt = at + in;

@@ -54,7 +54,7 @@ class SyncSource {
   virtual void start() = 0;   // once
   virtual void cancel() = 0;  // for good; calling it again is harmless
   // The state now, written into `into` so that its strings keep their
-  // storage: the 20 Hz tick then allocates nothing.
+  // storage: a steady tick then allocates nothing.
   virtual void snapshotInto(SyncSnapshot& into) = 0;
   SyncSnapshot snapshot() {
     SyncSnapshot s;
