@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -393,6 +394,38 @@ TEST(TVSyncThread, AResidentHelperAnswersEveryPollAndIsReplacedWhenItFails) {
   for (std::size_t i = 0; i + 1 < hung.size(); ++i) EXPECT_TRUE(test::processGroupGone(hung[i])) << hung[i];
   tv.cancel();
   for (pid_t pid : pids()) EXPECT_TRUE(test::processGroupGone(pid)) << pid;
+}
+
+// The main thread sleeps between ticks: the poller wakes it when an answer
+// changes what a snapshot says, and not for answers that say the same.
+TEST(TVSyncThread, WakesItsListenerOnlyWhenAnAnswerChangesSomething) {
+  test::TempDir dir;
+  dir.write("answer", "false|12.5|1|Show\n");  // paused: every answer the same
+  FakeSystem system;
+  system.realTime = true;
+  TVSync::Options options{{test::helper("resident-answers.sh"), dir.path("answer"), dir.path("pids")}, {}, 0.01, 5.0};
+  options.resident = true;
+  options.answerCarriesRate = true;
+  auto polls = [&] {
+    std::ifstream in(dir.path("pids"));
+    std::size_t n = 0;
+    for (pid_t pid; in >> pid;) ++n;
+    return n;
+  };
+  std::atomic<int> wakes{0};
+  TVSync tv(system, options);
+  tv.onChange([&] { ++wakes; });
+  tv.start();
+  ASSERT_TRUE(test::waitFor([&] { return polls() >= 6; }));
+  EXPECT_EQ(wakes, 1) << "the first position, then nothing new";
+  dir.write("answer", "true|40|1|Show\n");  // plays, from elsewhere
+  ASSERT_TRUE(test::waitFor([&] { return wakes >= 2; }));
+  dir.write("answer", "false|41|1|Show\n");
+  ASSERT_TRUE(test::waitFor([&] { return wakes >= 3; }));
+  const std::size_t seen = polls();
+  ASSERT_TRUE(test::waitFor([&] { return polls() >= seen + 6; }));
+  EXPECT_EQ(wakes, 3);
+  tv.cancel();
 }
 
 TEST(SyncCommandLines, EachPlatformRunsItsOwnHelpers) {

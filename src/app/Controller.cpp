@@ -10,6 +10,7 @@
 #include "app/EpisodeMatch.h"
 #include "app/Hints.h"
 #include "app/SettingsKeys.h"
+#include "app/TickPlan.h"
 #include "overlay/TextLayers.h"
 #include "platform/KeyCodes.h"
 #include "subtitles/TimeFormat.h"
@@ -58,7 +59,7 @@ Controller::Controller(ControllerServices services, std::unique_ptr<SyncSource> 
 
 // ---- the tick ----------------------------------------------------------------
 
-void Controller::tick() noexcept {
+void Controller::tickOnce() noexcept {
   sync->snapshotInto(snap);
   const bool issue = sync->permissionIssue();
   if (issue && !s.lastPermissionIssue && !s.permissionAlertOpen) {
@@ -74,10 +75,11 @@ void Controller::tick() noexcept {
 
   s.lastPosition = snap.position;
   s.extraTickIn.reset();
+  s.textDueIn = INFINITY;
   if (!snap.position) {
     secondNow = {};
     render(kBrand, true);
-    services.host.setBrandPhase(std::fmod(now(), 5.0) / 5.0);
+    showGlint();
     if (!(now() > s.hintUntil) || showNextNote() || showListeningProgress()) return;
     statusLine.assign("◌ ").append(snap.status);
     setStatus(statusLine);
@@ -140,16 +142,11 @@ void Controller::tick() noexcept {
 
 void Controller::planExtraTick(double position, const double* nextStart, const Cue* shown) {
   // Only a clock that moves reaches a boundary by itself.
-  if (!snap.playing || snap.holding || !(s.scale > 0)) return;
+  if (!snap.playing || snap.holding) return;
   // The shown text changes when the next cue starts (a cue shows from its
   // start on) or just after the shown one ends (it shows up to its end).
-  // Subtitle time t = position × scale + offset, and the position moves a
-  // second a second: a boundary b is (b − offset) / scale − position away.
-  constexpr double margin = 0.002;  // timers fire a little early or late; never before
-  double in = INFINITY;
-  if (nextStart) in = (*nextStart - s.offset) / s.scale - position + margin;
-  if (shown) in = std::min(in, (shown->end - s.offset) / s.scale - position + margin);
-  if (in >= 0 && in < tickInterval) s.extraTickIn = in;
+  if (nextStart) textDueIn(tickplan::untilSubtitleTime(*nextStart, position, snap.rate, s.scale, s.offset));
+  if (shown) textDueIn(tickplan::untilSubtitleTime(shown->end, position, snap.rate, s.scale, s.offset));
 }
 
 void Controller::showHint(std::string_view text) {
@@ -169,7 +166,7 @@ bool Controller::showNextNote() {
 }
 
 void Controller::setStatus(std::string_view text) {
-  // The tick rebuilds the line twenty times a second; a label need not
+  // The tick rebuilds the line again and again; a label need not
   // hear of it unless the words change.
   if (text == shownStatus) return;
   shownStatus.assign(text);

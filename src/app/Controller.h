@@ -45,15 +45,18 @@ struct ControllerServices {
   AppServices& app;
 };
 
-// Everything the program decides: start-up, the 20 Hz tick, keys and
+// Everything the program decides: start-up, the tick, keys and
 // adjustments, calibration, loading and episode auto-pick, preferences, what
 // the overlay shows. Main thread only; it takes no locks. Nothing a shell
 // calls throws: failures become hints in the status line.
 class Controller {
  public:
   // The shell calls tick() this often, from a timer that keeps firing while
-  // menus are open or the panel is dragged.
+  // menus are open or the panel is dragged; or, where it can sleep between
+  // ticks, when nextTickIn() says. Animations run at this rate too.
   static constexpr double tickInterval = 0.05;
+  // The longest nextTickIn() ever asks to sleep.
+  static constexpr double longestTickGap = 1.0;
   // While the DebugLog setting is on, the shell writes debugLine() to the
   // system log this often.
   static constexpr double debugLogInterval = 2.0;
@@ -132,6 +135,9 @@ class Controller {
     std::optional<double> lastShownT;
     std::optional<double> lastPosition;  // the player position the last tick used
     std::optional<double> extraTickIn;   // see Controller::extraTickIn
+  double textDueIn = 0;                // seconds from the last tick until either text changes by itself
+  double nextTickAt = 0;               // uptime; see Controller::nextTickIn
+  double glintPhase = -1;              // the last the panel was given
     bool hovering = false;
     double winW = 800.0, winH = 190.0;
     bool lastPermissionIssue = false;
@@ -157,7 +163,7 @@ class Controller {
 
   // Reads the settings, starts the source, builds the panel, loads the
   // start-up subtitle and shows the start hint. The shell then calls tick()
-  // every 0.05 s.
+  // every tickInterval, or as nextTickIn() says.
   Controller(ControllerServices services, std::unique_ptr<SyncSource> sync, std::optional<std::string> subtitlePath,
              Conventions conventions = {}, std::optional<std::string> secondPath = std::nullopt);
   Controller(const Controller&) = delete;
@@ -178,6 +184,16 @@ class Controller {
   // extra tick then, so a cue appears when it is due rather than up to a
   // tick late. Absent while paused, stalled or with no position.
   std::optional<double> extraTickIn() const noexcept { return s.extraTickIn; }
+
+  // For a shell that sleeps between ticks: seconds from now until the next
+  // tick is due, whichever comes first of the next cue boundary of either
+  // subtitle, the next second of the player's clock in the status line, a
+  // hint's end, the glint's next frame or its next sweep; every
+  // tickInterval while listening; longestTickGap at most. Anything else
+  // that reaches the controller between ticks (a key, a menu, a drop, the
+  // source's word that it changed: SyncSource::onChange) is to be followed
+  // by a tick at once, which plans anew.
+  double nextTickIn() const noexcept;
 
   // Keys typed into the panel: a code from platform/KeyCodes.h (or
   // keycode::none), whether Shift was held, and the characters ignoring
@@ -290,7 +306,11 @@ class Controller {
 
  private:
   void buildPanel();
+  void tickOnce() noexcept;
+  void planNextTick() noexcept;
   void planExtraTick(double position, const double* nextStart, const Cue* shown);
+  void textDueIn(double in) noexcept;  // either text changes by itself this many seconds after the tick
+  void showGlint() noexcept;
   void updateFrameVisibility();
   void showHint(std::string_view text);
   void performEncodingChoice(std::size_t index) noexcept;

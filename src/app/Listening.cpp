@@ -171,7 +171,10 @@ void Controller::tickListening() noexcept {
 
 void Controller::keepListening(bool playing) {
   const double at = now();
-  const double played = playing && listening.lastKeepTick ? std::clamp(at - *listening.lastKeepTick, 0.0, 0.5) : 0;
+  // Ticks come up to longestTickGap apart; a longer gap is the program held
+  // up (a dialog, a machine asleep), not play.
+  const double longest = longestTickGap + tickInterval;
+  const double played = playing && listening.lastKeepTick ? std::clamp(at - *listening.lastKeepTick, 0.0, longest) : 0;
   listening.lastKeepTick = at;
   if (!listening.always || !playing || !s.subPath || !listening.capture) return;
   if (listen::spokenCueCount(s.cues) < listen::fewestCues) return;

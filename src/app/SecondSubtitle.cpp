@@ -11,6 +11,7 @@
 #include "app/Hints.h"
 #include "app/SettingsKeys.h"
 #include "app/SubtitleFiles.h"
+#include "app/TickPlan.h"
 #include "overlay/TextLayers.h"
 #include "subtitles/SpanAlign.h"
 #include "util/Numbers.h"
@@ -241,13 +242,12 @@ const std::string& Controller::secondTextAt(double position) noexcept {
 
 void Controller::planSecondExtraTick(double position) {
   const Second& d = s.second;
-  if (!snap.playing || snap.holding || !(d.scale > 0) || !d.lastShownT) return;
+  if (!snap.playing || snap.holding || !d.lastShownT) return;
   const Found found = cueAt(d.cues, d.starts, *d.lastShownT);
-  constexpr double margin = 0.002;
-  double in = INFINITY;
-  if (found.next < d.starts.size()) in = (d.starts[found.next] - d.offset) / d.scale - position + margin;
-  if (found.shown) in = std::min(in, (found.shown->end - d.offset) / d.scale - position + margin);
-  if (in >= 0 && in < tickInterval && (!s.extraTickIn || in < *s.extraTickIn)) s.extraTickIn = in;
+  if (found.next < d.starts.size()) {
+    textDueIn(tickplan::untilSubtitleTime(d.starts[found.next], position, snap.rate, d.scale, d.offset));
+  }
+  if (found.shown) textDueIn(tickplan::untilSubtitleTime(found.shown->end, position, snap.rate, d.scale, d.offset));
 }
 
 std::optional<std::string_view> Controller::secondShown() const noexcept {

@@ -42,6 +42,9 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
   } else {
     source = std::move(player.source);
   }
+  // The loop sleeps until the next tick is due; a source that changed wakes
+  // it, and a turn of the loop brings a tick (TickSource).
+  source->onChange([] { g_main_context_wakeup(nullptr); });
 
   services.onTerminate = [this] { quitNow(); };
   services.onActivate = [this] { host.present(); };
@@ -86,12 +89,7 @@ GtkShell::GtkShell(Gtk::Application& app, ShellOptions options)
       },
       3);
 
-  tickTimer = Glib::signal_timeout().connect(
-      [this] {
-        tick();
-        return true;
-      },
-      static_cast<unsigned>(Controller::tickInterval * 1000));
+  ticker = std::make_unique<TickSource>([this] { tick(); }, [this] { return controller->nextTickIn(); });
   if (controller->debugLogEnabled()) {
     debugTimer = Glib::signal_timeout().connect(
         [this] {
@@ -139,24 +137,13 @@ void GtkShell::rebuildMenus() {
 void GtkShell::tick() {
   controller->tick();
   rebuildMenus();
-  // The text changes before the next tick: one more tick right then.
-  // (One at a time: a second boundary within the same tick waits for the next.)
-  if (const auto extra = controller->extraTickIn(); extra && !extraTick.connected()) {
-    extraTick = Glib::signal_timeout().connect(
-        [this] {
-          tick();
-          return false;
-        },
-        static_cast<unsigned>(std::ceil(*extra * 1000)));
-  }
 }
 
 GtkShell::~GtkShell() {
   for (guint id : stopSignals) {
     if (id) g_source_remove(id);
   }
-  tickTimer.disconnect();
-  extraTick.disconnect();
+  ticker.reset();
   debugTimer.disconnect();
   trayCheck.disconnect();
   host.attach(nullptr);

@@ -15,6 +15,7 @@
 #include "gtk/OverlayWindow.h"
 #include "gtk/PangoText.h"
 #include "gtk/PreferencesWindow.h"
+#include "gtk/TickSource.h"
 #include "gtk/TrayMenu.h"
 
 namespace lumerix::gtk {
@@ -47,7 +48,7 @@ class GtkShell {
   void runAction(std::string_view name);
 
  private:
-  void tick();  // the regular one, and an extra one when the text changes in between
+  void tick();
   void quitNow();
   static gboolean onStopSignal(gpointer self);
   void writeTrayIcon();
@@ -70,7 +71,8 @@ class GtkShell {
   BuiltMenu contextMenu;
   std::unique_ptr<Tray> tray;
   std::string iconDir;
-  sigc::connection tickTimer, extraTick, debugTimer, trayCheck;
+  std::unique_ptr<TickSource> ticker;
+  sigc::connection debugTimer, trayCheck;
   guint stopSignals[3] = {0, 0, 0};
   bool quitting = false;
   int menuRevision = -1;  // the controller's, when the menus last showed what it wants

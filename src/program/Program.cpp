@@ -1,9 +1,12 @@
 #include "program/Program.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -13,7 +16,6 @@
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "app/Controller.h"
 #include "app/Demo.h"
@@ -43,9 +45,45 @@ void printLine(std::ostream& out, double t, const char* key, const nlohmann::jso
 }
 
 std::atomic<bool>* stopFlag = nullptr;
+int wakeFd = -1;  // the write end of the loop's wake-up pipe
+
+// A pipe the loop sleeps on until the next tick is due: the source's
+// threads and the stop signals write a byte to wake it sooner.
+struct WakePipe {
+  int fds[2] = {-1, -1};
+  WakePipe() {
+    if (::pipe(fds) != 0) return;
+    for (int fd : fds) {
+      ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+      ::fcntl(fd, F_SETFL, O_NONBLOCK);
+    }
+  }
+  ~WakePipe() {
+    for (int fd : fds) {
+      if (fd >= 0) ::close(fd);
+    }
+  }
+  WakePipe(const WakePipe&) = delete;
+  WakePipe& operator=(const WakePipe&) = delete;
+  static void wake(int fd) {
+    if (fd < 0) return;
+    const char byte = 1;
+    const ssize_t written = ::write(fd, &byte, 1);  // a full pipe has a wake-up pending anyway
+    (void)written;
+  }
+  // Sleeps up to `seconds` or until woken; takes the wake-ups in.
+  void sleep(double seconds) {
+    pollfd p{fds[0], POLLIN, 0};
+    ::poll(&p, fds[0] >= 0 ? 1 : 0, static_cast<int>(std::ceil(std::clamp(seconds, 0.0, 60.0) * 1000)));
+    char drain[64];
+    while (fds[0] >= 0 && ::read(fds[0], drain, sizeof drain) > 0) {
+    }
+  }
+};
 
 extern "C" void onStopSignal(int) {
   if (stopFlag) *stopFlag = true;
+  WakePipe::wake(wakeFd);
 }
 
 }  // namespace
@@ -137,6 +175,10 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
     if (options.subtitle) subtitle = startupSubtitlePath({"lumerix", *options.subtitle});
   }
 
+  // Before the controller starts the source; it outlives the controller.
+  WakePipe wakePipe;
+  source->onChange([fd = wakePipe.fds[1]] { WakePipe::wake(fd); });
+
   // Stopped before the subtitle loads: nothing to save, nothing written.
   if (const int signal = stopsignals::takePending()) return 128 + signal;
 
@@ -151,43 +193,33 @@ int runHeadless(const HeadlessOptions& options, std::ostream& out, std::ostream&
   // Only now is there a calibration to save on the way out; a stop signal
   // that came while the subtitle loaded was held for this moment.
   stopFlag = &quit;
+  wakeFd = wakePipe.fds[1];
   struct sigaction action {};
   action.sa_handler = onStopSignal;
   sigemptyset(&action.sa_mask);
   for (int s : stopsignals::kSignals) ::sigaction(s, &action, nullptr);
   stopsignals::release();
 
-  using namespace std::chrono;
-  const auto period = duration_cast<steady_clock::duration>(duration<double>(Controller::tickInterval));
-  auto next = steady_clock::now();
+  // As the bar does: a tick when the controller says one is due, or when
+  // the source says it changed; full screen is asked for (twice a second).
   bool fullscreen = false;
-  auto tick = [&] {
-    const auto at = steady_clock::now();
+  while (!quit) {
     controller.tick();
     host.flushText(controller.state().lastPosition, controller.state().lastShownT, controller.secondShown());
-    if (player.fused && player.fused->fullscreen() != fullscreen) {
-      // Full screen hands the lead from the poller to the stream.
-      fullscreen = player.fused->fullscreen();
-      printLine(out, clock.uptime() - started, "fullscreen", fullscreen);
+    double in = controller.nextTickIn();
+    if (player.fused) {
+      if (player.fused->fullscreen() != fullscreen) {
+        // Full screen hands the lead from the poller to the stream.
+        fullscreen = player.fused->fullscreen();
+        printLine(out, clock.uptime() - started, "fullscreen", fullscreen);
+      }
+      in = std::min(in, 0.5);
     }
-    return at;
-  };
-  while (!quit) {
-    auto tickedAt = tick();
-    next += period;
-    const auto now = steady_clock::now();
-    if (next < now) next = now;  // late ticks are dropped, not bunched
-    // The text changes before the next tick: one more tick right then.
-    while (const auto extra = controller.extraTickIn()) {
-      const auto due = tickedAt + duration_cast<steady_clock::duration>(duration<double>(*extra));
-      if (due >= next || quit) break;
-      std::this_thread::sleep_until(due);
-      tickedAt = tick();
-    }
-    std::this_thread::sleep_until(next);
+    if (!quit) wakePipe.sleep(in);
   }
   controller.quit();  // saves the calibration, stops the sources
   stopFlag = nullptr;
+  wakeFd = -1;
   return out ? 0 : 1;
 }
 

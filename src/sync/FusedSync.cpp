@@ -32,6 +32,11 @@ void FusedSync::start() {
   mr->start();
 }
 
+void FusedSync::onChange(std::function<void()> wake) {
+  tv->onChange(wake);
+  mr->onChange(std::move(wake));
+}
+
 void FusedSync::cancel() {
   tv->cancel();
   mr->cancel();
@@ -85,6 +90,7 @@ void FusedSync::snapshotInto(SyncSnapshot& into) {
     into.status.clear();
     into.idle = false;
     into.holding = false;
+    into.rate = m.rate;
     return;
   }
   if (t.position) {

@@ -33,6 +33,8 @@ class FusedSync : public SyncSource {
   void cancel() override;
   void snapshotInto(SyncSnapshot& into) override;
   bool permissionIssue() override { return tv->permissionIssue(); }
+  // Either source's word reaches the listener.
+  void onChange(std::function<void()> wake) override;
 
   // Poller position minus stream position, smoothed; absent until learnt.
   std::optional<double> bias() const { return mrBias; }

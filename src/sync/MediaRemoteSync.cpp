@@ -35,10 +35,12 @@ void MediaRemoteSync::snapshotInto(SyncSnapshot& s) {
     s.position = elapsed + (playingFlag ? rate : 0.0) * (now - anchorUptime);
     s.status.clear();
     s.idle = false;
+    s.rate = playingFlag ? rate : 1.0;
   } else {
     s.position.reset();
     s.status = statusText;
     s.idle = idleFlag;
+    s.rate = 1.0;
   }
 }
 
@@ -52,7 +54,7 @@ void MediaRemoteSync::run() {
       statusText = texts.missing;
       return;  // nothing to retry with
     }
-    auto ran = worker.processes().stream(*command, [this](std::string_view data) { consume(data); });
+    auto ran = worker.processes().stream(*command, [this](std::string_view data) { updating([&] { consume(data); }); });
     if (worker.stopped()) return;
     if (!ran) {
       std::lock_guard<std::mutex> guard(lock);
@@ -60,12 +62,12 @@ void MediaRemoteSync::run() {
       statusText = texts.launchFailedPrefix + ran.error();
       return;  // a helper that cannot start will not start in 2 s either
     }
-    {
+    updating([this] {
       // The merged state is kept: the next run's first diff builds on it.
       std::lock_guard<std::mutex> guard(lock);
       ok = false;
       statusText = texts.restarting;
-    }
+    });
     if (!worker.pause(relaunchDelay)) break;
   }
 }

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cmath>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace lumerix {
 
@@ -22,9 +25,25 @@ struct SyncSnapshot {
   std::string status;  // why there is no position
   bool idle = false;   // nothing is being played by the followed player
   bool holding = false;
+  // How fast the position moves while playing: the player's speed where it
+  // says, else 1.
+  double rate = 1.0;
 
   bool operator==(const SyncSnapshot&) const = default;
 };
+
+// Whether b says something a tick must see that a says otherwise, beyond
+// the clock having run on between them: anything but the position, or a
+// position moved by more than a correction too small to change any cue
+// boundary the user could tell.
+inline bool differsBeyondClock(const SyncSnapshot& a, const SyncSnapshot& b) {
+  constexpr double unnoticed = 0.003;  // s
+  if (a.position.has_value() != b.position.has_value() || a.playing != b.playing || a.holding != b.holding ||
+      a.idle != b.idle || a.rate != b.rate || a.track != b.track || a.status != b.status) {
+    return true;
+  }
+  return a.position && !(std::fabs(*a.position - *b.position) <= unnoticed);
+}
 
 // Every source of the playback position. Thread contract: start, cancel,
 // snapshot and permissionIssue are called from the main thread; snapshot
@@ -35,7 +54,7 @@ class SyncSource {
   virtual void start() = 0;   // once
   virtual void cancel() = 0;  // for good; calling it again is harmless
   // The state now, written into `into` so that its strings keep their
-  // storage: the 20 Hz tick then allocates nothing.
+  // storage: a steady tick then allocates nothing.
   virtual void snapshotInto(SyncSnapshot& into) = 0;
   SyncSnapshot snapshot() {
     SyncSnapshot s;
@@ -44,6 +63,29 @@ class SyncSource {
   }
   // True while the system refuses us permission to automate the player.
   virtual bool permissionIssue() = 0;
+
+  // Called, from any of the source's threads, when what a snapshot says
+  // changes other than by the clock running on: a seek, a pause, a new
+  // speed or track, a new status. Between such words the main thread need
+  // not look. Set once, before start().
+  virtual void onChange(std::function<void()> wake) { changed = std::move(wake); }
+
+ protected:
+  // Runs an update of the source's state (on its own thread) and wakes the
+  // listener when a snapshot now reads differently beyond the clock.
+  template <class Update>
+  void updating(Update&& update) {
+    if (!changed) {
+      update();
+      return;
+    }
+    const SyncSnapshot before = snapshot();
+    update();
+    if (differsBeyondClock(before, snapshot())) changed();
+  }
+
+ private:
+  std::function<void()> changed;
 };
 
 }  // namespace lumerix

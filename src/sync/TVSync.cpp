@@ -68,11 +68,13 @@ void TVSync::snapshotInto(SyncSnapshot& s) {
     s.status.clear();
     s.idle = false;
     s.holding = stalled;
+    s.rate = playing ? rate : 1.0;
   } else {
     s.position.reset();
     s.status = statusText;
     s.idle = idleFlag;
     s.holding = false;
+    s.rate = 1.0;
   }
 }
 
@@ -110,7 +112,7 @@ void TVSync::main() {
     }
     const double t1 = system.uptime();
     if (worker.stopped()) break;
-    applyPoll(answer ? answer->out : "", answer ? answer->err : "", t0, t1);
+    updating([&] { applyPoll(answer ? answer->out : "", answer ? answer->err : "", t0, t1); });
     const double gap = options.stepEdges ? steppedPollGap(++polls, options.pollInterval) : options.pollInterval;
     if (!worker.pause(gap)) break;
   }
