@@ -14,7 +14,6 @@
 #include <glib-unix.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,7 +21,6 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -59,42 +57,11 @@ struct Variant {
   Variant& operator=(const Variant&) = delete;
 };
 
-// Whether calls wait on the default main context: in the resident poll,
-// whose main thread runs no loop of its own, a call then costs no context
-// of its own either. Never inside a running loop (the stream's): waiting
-// there would run its handlers from within one another.
-bool callsOnDefaultContext = false;
-
-struct Reply {
-  GVariant* value = nullptr;
-  GError* error = nullptr;
-  bool done = false;
-};
-
-GVariant* call(GDBusConnection* bus, const char* destination, const char* path, const char* interface,
-               const char* method, GVariant* parameters, const GVariantType* replyType, Error& error) {
-  if (!callsOnDefaultContext) {
-    return g_dbus_connection_call_sync(bus, destination, path, interface, method, parameters, replyType,
-                                       G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, error.out());
-  }
-  Reply reply;
-  g_dbus_connection_call(
-      bus, destination, path, interface, method, parameters, replyType, G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr,
-      [](GObject* source, GAsyncResult* result, gpointer data) {
-        auto* r = static_cast<Reply*>(data);
-        r->value = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &r->error);
-        r->done = true;
-      },
-      &reply);
-  while (!reply.done) g_main_context_iteration(nullptr, TRUE);
-  if (reply.error) *error.out() = reply.error;
-  return reply.value;
-}
-
 // MPRIS players on the bus, sorted so that "bus order" is the same every time.
 std::optional<std::vector<std::string>> listPlayers(GDBusConnection* bus, Error& error) {
-  Variant reply(call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ListNames", nullptr,
-                     G_VARIANT_TYPE("(as)"), error));
+  Variant reply(g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                            "org.freedesktop.DBus", "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
+                                            G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, error.out()));
   if (!reply.v) return std::nullopt;
   std::vector<std::string> names;
   GVariantIter* iter = nullptr;
@@ -111,8 +78,9 @@ std::optional<std::vector<std::string>> listPlayers(GDBusConnection* bus, Error&
 // The player's state, its position sampled at *sampledAt (wall seconds).
 std::optional<Player> readPlayer(GDBusConnection* bus, const std::string& name, double* sampledAt, Error& error) {
   const double before = wallNow();
-  Variant reply(call(bus, name.c_str(), kPath, "org.freedesktop.DBus.Properties", "GetAll",
-                     g_variant_new("(s)", kPlayerInterface), G_VARIANT_TYPE("(a{sv})"), error));
+  Variant reply(g_dbus_connection_call_sync(bus, name.c_str(), kPath, "org.freedesktop.DBus.Properties", "GetAll",
+                                            g_variant_new("(s)", kPlayerInterface), G_VARIANT_TYPE("(a{sv})"),
+                                            G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, error.out()));
   const double after = wallNow();
   if (!reply.v) return std::nullopt;
   if (sampledAt) *sampledAt = (before + after) / 2;
@@ -142,13 +110,14 @@ std::optional<Player> readPlayer(GDBusConnection* bus, const std::string& name, 
   return p;
 }
 
-// Every player of these that answers; a player that does not is left out.
-// The error is set only when no player answered at all.
-std::vector<Player> readPlayers(GDBusConnection* bus, const std::vector<std::string>& names,
-                                std::vector<double>* sampledAt, Error& error) {
+// Every player that answers; a player that does not is left out. The error
+// is set only when the bus itself failed or no player answered at all.
+std::optional<std::vector<Player>> readPlayers(GDBusConnection* bus, std::vector<double>* sampledAt, Error& error) {
+  auto names = listPlayers(bus, error);
+  if (!names) return std::nullopt;
   std::vector<Player> players;
   Error last;
-  for (const auto& name : names) {
+  for (const auto& name : *names) {
     double at = 0;
     Error one;
     if (auto p = readPlayer(bus, name, &at, one)) {
@@ -162,99 +131,16 @@ std::vector<Player> readPlayers(GDBusConnection* bus, const std::vector<std::str
   return players;
 }
 
-// Every player on the bus that answers; the error is set when the bus
-// itself failed or no player answered at all.
-std::optional<std::vector<Player>> readPlayers(GDBusConnection* bus, std::vector<double>* sampledAt, Error& error) {
-  auto names = listPlayers(bus, error);
-  if (!names) return std::nullopt;
-  return readPlayers(bus, *names, sampledAt, error);
-}
-
-// What a resident helper knows between polls, so that a poll costs one call
-// to the player and little else: the players' names, kept up to date from
-// the bus's word when one comes or goes rather than asked for every time,
-// and the player that played last, read again only when its file changes.
-class PollMemory {
- public:
-  explicit PollMemory(GDBusConnection* bus) : bus(bus), file(lumerix::mpris::playedLastFile()) {
-    // Before the first listing, so that no change falls between the two.
-    g_dbus_connection_signal_subscribe(bus, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-                                       "/org/freedesktop/DBus", "org.mpris.MediaPlayer2",
-                                       G_DBUS_SIGNAL_FLAGS_MATCH_ARG0_NAMESPACE, &PollMemory::onOwner, this, nullptr);
-  }
-
-  // The players' names, sorted; absent when the bus could not list them.
-  std::optional<std::vector<std::string>> names(Error& error) {
-    while (g_main_context_iteration(nullptr, FALSE)) {
-    }  // the name changes that came since the last poll
-    if (!listed) {
-      // What changed while the list was made is heard at the next poll, on
-      // top of it: adding or removing a name twice changes nothing.
-      auto all = listPlayers(bus, error);
-      if (!all) return std::nullopt;
-      known = std::set<std::string>(all->begin(), all->end());
-      listed = true;
-    }
-    return std::vector<std::string>(known.begin(), known.end());
-  }
-
-  std::optional<std::string> playedLast() {
-    if (!file) return std::nullopt;
-    struct stat st {};
-    const bool there = ::stat(file->c_str(), &st) == 0;
-    const Stamp now{there, st.st_ino, st.st_mtim.tv_sec, st.st_mtim.tv_nsec, st.st_size};
-    if (!read || !(now == stamp)) {
-      last = there ? lumerix::mpris::readPlayedLast(*file) : std::nullopt;
-      stamp = now;
-      read = true;
-    }
-    return last;
-  }
-
- private:
-  static void onOwner(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GVariant* args,
-                      gpointer self) {
-    const gchar *name = nullptr, *oldOwner = nullptr, *newOwner = nullptr;
-    g_variant_get(args, "(&s&s&s)", &name, &oldOwner, &newOwner);
-    if (!g_str_has_prefix(name, lumerix::mpris::busPrefix)) return;
-    auto* m = static_cast<PollMemory*>(self);
-    const bool present = *newOwner != '\0';
-    if (!m->listed) return;  // the listing to come tells
-    if (present) {
-      m->known.insert(name);
-    } else {
-      m->known.erase(name);
-    }
-  }
-
-  struct Stamp {
-    bool there = false;
-    ino_t inode = 0;
-    time_t seconds = 0;
-    long nanos = 0;
-    off_t size = 0;
-    bool operator==(const Stamp&) const = default;
-  };
-
-  GDBusConnection* bus;
-  bool listed = false;
-  std::set<std::string> known;
-  const std::optional<std::string> file;
-  bool read = false;
-  Stamp stamp;
-  std::optional<std::string> last;
-};
-
 // One poll answer, with its line feed.
-std::string answer(GDBusConnection* bus, const std::string& name, PollMemory& memory) {
+std::string answer(GDBusConnection* bus, const std::string& name) {
   Error error;
-  const auto names = memory.names(error);
-  if (!names) return lumerix::mpris::pollError(error.e->code) + "\n";
-  const auto players = readPlayers(bus, *names, nullptr, error);
+  auto players = readPlayers(bus, nullptr, error);
   if (error) return lumerix::mpris::pollError(error.e->code) + "\n";
-  const auto chosen = lumerix::mpris::choose(players, name, memory.playedLast());
+  const auto file = lumerix::mpris::playedLastFile();
+  const auto chosen =
+      lumerix::mpris::choose(*players, name, file ? lumerix::mpris::readPlayedLast(*file) : std::nullopt);
   std::optional<Player> player;
-  for (const auto& p : players) {
+  for (const auto& p : *players) {
     if (chosen == p.busName) player = p;
   }
   return lumerix::mpris::pollAnswer(player) + "\n";
@@ -263,13 +149,10 @@ std::string answer(GDBusConnection* bus, const std::string& name, PollMemory& me
 // Resident: one answer a request line, until stdin ends. Without a bus,
 // every request gets the error.
 int serve(GDBusConnection* bus, const std::string& name, int busError) {
-  std::optional<PollMemory> memory;
-  if (bus) memory.emplace(bus);
-  callsOnDefaultContext = true;
   char request[4096];
   while (std::fgets(request, sizeof request, stdin)) {
     if (!std::strchr(request, '\n') && !std::feof(stdin)) continue;  // the rest of an overlong line
-    const std::string line = bus ? answer(bus, name, *memory) : lumerix::mpris::pollError(busError) + "\n";
+    const std::string line = bus ? answer(bus, name) : lumerix::mpris::pollError(busError) + "\n";
     if (std::fputs(line.c_str(), stdout) < 0 || std::fflush(stdout) != 0) return 0;  // the reader went away
   }
   return 0;
@@ -431,8 +314,7 @@ int main(int argc, char** argv) {
   }
   int status = 0;
   if (mode == "poll") {
-    PollMemory memory(bus);
-    std::fputs(answer(bus, name, memory).c_str(), stdout);
+    std::fputs(answer(bus, name).c_str(), stdout);
   } else if (mode == "serve") {
     status = serve(bus, name, 0);
   } else {
