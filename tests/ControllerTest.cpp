@@ -7,6 +7,7 @@
 
 #include "CommaLocale.h"
 #include "ControllerFakes.h"
+#include "ControllerRig.h"
 #include "FakeSystem.h"
 #include "SyncTestSupport.h"
 #include "app/Controller.h"
@@ -27,18 +28,10 @@ const char* const kThreeCues =
     "2\n00:00:03,000 --> 00:00:05,000\nSecond\n\n"
     "3\n00:00:10,000 --> 00:00:12,000\nThird\n";
 
-struct Rig {
-  test::FakeSystem clock;
-  MemorySettingsStore settings;
-  test::RecordingHost host;
-  test::RecordingDialogs dialogs;
-  std::unique_ptr<test::ScriptedSource> owned = std::make_unique<test::ScriptedSource>();
-  test::ScriptedSource* source = owned.get();
-  std::unique_ptr<Controller> c;
-  test::TempDir dir;
+struct Rig : test::ControllerRig {
 
   Controller& start(std::optional<std::string> path = std::nullopt) {
-    c = std::make_unique<Controller>(ControllerServices{clock, settings, host, dialogs, dialogs}, std::move(owned),
+    c = std::make_unique<Controller>(services(), std::move(owned),
                                      path);
     return *c;
   }

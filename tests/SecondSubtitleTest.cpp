@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ControllerFakes.h"
+#include "ControllerRig.h"
 #include "FakeSystem.h"
 #include "SyncTestSupport.h"
 #include "app/Controller.h"
@@ -28,18 +29,10 @@ const char* const kSecond =
     "1\n00:00:02,000 --> 00:00:04,000\nEins\n\n"
     "2\n00:00:06,000 --> 00:00:08,000\nZwei\n";
 
-struct Rig {
-  test::FakeSystem clock;
-  MemorySettingsStore settings;
-  test::RecordingHost host;
-  test::RecordingDialogs dialogs;
-  std::unique_ptr<test::ScriptedSource> owned = std::make_unique<test::ScriptedSource>();
-  test::ScriptedSource* source = owned.get();
-  std::unique_ptr<Controller> c;
-  test::TempDir dir;
+struct Rig : test::ControllerRig {
 
   Controller& start(std::optional<std::string> path = std::nullopt, std::optional<std::string> second = std::nullopt) {
-    c = std::make_unique<Controller>(ControllerServices{clock, settings, host, dialogs, dialogs}, std::move(owned),
+    c = std::make_unique<Controller>(services(), std::move(owned),
                                      path, Conventions{}, second);
     return *c;
   }

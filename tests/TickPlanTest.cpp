@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "ControllerFakes.h"
+#include "ControllerRig.h"
 #include "FakeSystem.h"
 #include "SyncTestSupport.h"
 #include "app/Controller.h"
@@ -17,19 +18,11 @@ const char* const kCues =
     "1\n00:00:01,250 --> 00:00:02,750\nFirst\n\n"
     "2\n00:00:20,400 --> 00:00:20,600\nSecond\n";
 
-struct Rig {
-  test::FakeSystem clock;
-  MemorySettingsStore settings;
-  test::RecordingHost host;
-  test::RecordingDialogs dialogs;
-  std::unique_ptr<test::ScriptedSource> owned = std::make_unique<test::ScriptedSource>();
-  test::ScriptedSource* source = owned.get();
-  std::unique_ptr<Controller> c;
-  test::TempDir dir;
+struct Rig : test::ControllerRig {
 
   explicit Rig(const char* cues = kCues) {
     dir.write("a.srt", cues);
-    c = std::make_unique<Controller>(ControllerServices{clock, settings, host, dialogs, dialogs}, std::move(owned),
+    c = std::make_unique<Controller>(services(), std::move(owned),
                                      dir.path("a.srt"));
     clock.advance(3.01);  // past the start hint
   }
