@@ -10,6 +10,22 @@ as_e2e_user() {
   exec runuser -u lumerix-e2e -- bash "$@"
 }
 
+# stop_all PID...: SIGTERM to each, SIGKILL to any still running ten seconds
+# later, and every one reaped. A compositor can hang on its way out (mutter
+# once did, after every check had passed): a bare `wait` then held the whole
+# run until CI's time ran out.
+stop_all() {
+  local pid deadline=$((SECONDS + 10))
+  kill "$@" 2>/dev/null
+  for pid; do
+    # A child that has exited stays a zombie until reaped, which kill -0 counts as alive.
+    while [[ $(ps -o stat= -p "$pid" 2>/dev/null) == [^Z]* ]] && ((SECONDS < deadline)); do sleep 0.1; done
+    kill -9 "$pid" 2>/dev/null
+    wait "$pid" 2>/dev/null
+  done
+  return 0
+}
+
 # still_clip FILE: two minutes of a dark, still picture, which keeps OCR to
 # the bar; a real file, so players report a fixed length.
 still_clip() {

@@ -24,9 +24,12 @@ echo '{"DidOnboard": true}' >"$work/config/lumerix/settings.json"
 unset DISPLAY WAYLAND_DISPLAY
 # PipeWire carries the screen cast; mutter exits with its child, the checks.
 dbus-run-session -- bash -c '
+  source tests/common.sh
   pipewire >"$2/pipewire.log" 2>&1 &
+  pipewire=$!
   for _ in $(seq 300); do [[ -S $XDG_RUNTIME_DIR/pipewire-0 ]] && break; sleep 0.1; done
   wireplumber >"$2/wireplumber.log" 2>&1 &
+  wireplumber=$!
   sleep 1
   # Mutter does not always exit with its child: the child leaves its status
   # in a file, and mutter is stopped here.
@@ -35,7 +38,6 @@ dbus-run-session -- bash -c '
     echo \$? >\"\$2/status\"" _ "$1" "$2" &
   mutter=$!
   while [[ ! -e $2/status ]] && kill -0 $mutter 2>/dev/null; do sleep 0.2; done
-  kill $mutter %1 %2 2>/dev/null
-  wait 2>/dev/null
+  stop_all $mutter $wireplumber $pipewire
   exit "$(cat "$2/status" 2>/dev/null || echo 1)"
 ' _ "$build" "$work" 2> >(grep -v -e 'fd limit' -e 'dbus-daemon' >&2)

@@ -30,11 +30,11 @@ timeout 120 /usr/bin/python3 tests/gui/kde_wayland.py --lumerix "$build/lumerix"
 echo \$? >"$work/status"
 CHILD
 dbus-run-session -- bash -c '
+  source tests/common.sh
   "$1/kwin_wayland" --virtual --width 1280 --height 720 --socket wayland-kde "bash $1/child.sh" >"$1/kwin.log" 2>&1 &
   kwin=$!
   while [[ ! -e $1/status ]] && kill -0 $kwin 2>/dev/null; do sleep 0.2; done
-  kill $kwin 2>/dev/null
-  wait 2>/dev/null
+  stop_all $kwin
   cat "$1/checks" 2>/dev/null
   [[ -e $1/status ]] || tail -20 "$1/kwin.log"
   exit "$(cat "$1/status" 2>/dev/null || echo 1)"

@@ -32,6 +32,7 @@ printf 'output HEADLESS-1 resolution 1280x720 position 0 0\nxwayland disable\n' 
 
 dbus-run-session -- bash -s "$build" "$work" <<'INNER' 2> >(grep -v 'fd limit' >&2)
 set -uo pipefail
+source tests/common.sh
 build=$1 work=$2
 fails=0
 # eventually SECONDS COMMAND...: COMMAND until it succeeds; false after
@@ -119,8 +120,7 @@ kill "$lumerix"
 wait "$lumerix"
 kill "$nested" 2>/dev/null
 ((fails)) && { echo "read: $seen"; cat "$work/lumerix.err"; }
-kill "$mpv" "$sway" 2>/dev/null
-wait 2>/dev/null
+stop_all "$mpv" "$sway"
 if ((fails)); then echo "sway: $fails checks failed"; exit 1; fi
 echo "sway: all checks passed"
 INNER
