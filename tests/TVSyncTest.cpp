@@ -183,7 +183,13 @@ TEST(TVSyncAnswers, SteppedPositionsAreFollowedOnTheirEdges) {
   // player; a position that stays put well past its step is a stall.
   Poller p(linux);
   double at = 10;
-  for (int i = 0; i < 10; ++i, at += 0.45) p.poll(cFormat("true|%.3f|1|x", at));
+  for (int i = 0; i < 10; ++i) {
+    // Answers a little more or less apart, as polls come: a precise player
+    // moves by however long it played, never in whole steps.
+    const double gap = 0.33 + 0.02 * (i % 3);
+    p.poll(cFormat("true|%.3f|1|x", at), "", gap);
+    at += 0.1 + gap;
+  }
   p.poll(cFormat("true|%.3f|1|x", at - 1.0));  // one second back
   EXPECT_NEAR(p.position(), at - 1.0 + 0.4, 1e-6);
   p.poll("true|60|1|x");
@@ -193,6 +199,47 @@ TEST(TVSyncAnswers, SteppedPositionsAreFollowedOnTheirEdges) {
   for (int i = 0; i < 2; ++i) p.poll("true|60.45|1|x");
   EXPECT_TRUE(p.tv.snapshot().holding);
   EXPECT_DOUBLE_EQ(p.position(), 60.45);
+}
+
+TEST(TVSyncAnswers, AnswersAtThePlayersOwnPeriodStillFindItsStep) {
+  // VLC moves its position half a second every third of a second at 1.5x;
+  // polls a little slower than that see it at nearly one phase of its step
+  // for seconds on end, where their spread shows far less than the step.
+  TVSync::Options linux;
+  linux.answerCarriesRate = true;
+  linux.stepEdges = true;
+  struct Player {
+    double step, rate;
+  };
+  for (Player player : {Player{0.5, 1.5}, Player{1.0 / 3, 1.0}}) {
+    int ticks = 0, off = 0;
+    double worst = 0;
+    for (double phase = 0; phase < player.step; phase += player.step / 10) {
+      FakeSystem system;
+      TVSync tv(system, linux);
+      const double start = system.now;
+      auto truth = [&](double at) { return 100 + phase + (at - start) * player.rate; };
+      for (int i = 0; i < 200; ++i) {
+        const double t0 = system.now;  // a helper answers in a millisecond or two
+        const double reported = std::floor(truth(t0 + 0.001) / player.step) * player.step;
+        system.advance(0.002);
+        tv.applyPoll("true|" + cFormat("%.6f|%g", reported, player.rate) + "|x", "", t0, system.now);
+        const double gap = TVSync::steppedPollGap(i + 1, 0.35);
+        for (double waited = 0; waited < gap; waited += 0.05) {
+          if (i >= 20) {
+            const double wallError = std::fabs(tv.snapshot().position.value_or(-1) - truth(system.now)) / player.rate;
+            worst = std::max(worst, wallError);
+            off += wallError > 0.075;
+            ++ticks;
+          }
+          system.advance(std::min(0.05, gap - waited));
+        }
+      }
+    }
+    // Half a step behind would be 167 ms (1.5x) and 167 ms (1x) of the screen's time.
+    EXPECT_LT(worst, 0.12) << player.step << " at " << player.rate << "x";
+    EXPECT_LT(off, ticks / 30) << player.step << " at " << player.rate << "x";
+  }
 }
 
 TEST(TVSyncAnswers, AFrozenPositionWhilePlayingHoldsTheClock) {
@@ -469,3 +516,4 @@ TEST(MacBundle, TheAppFindsTheAdapterTheBuildBundled) {
 
 }  // namespace
 }  // namespace lumerix
+

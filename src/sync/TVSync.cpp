@@ -223,6 +223,7 @@ void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, doubl
     if (spans.size() > stepSamples) spans.pop_front();
   }
   if (changed) unchangedSince = m;
+  const double moved = lastRawPos ? raw - *lastRawPos : 0.0;
   lastRawPos = raw;
   // The player's step, for what counts as a seek or a stall: the longest a
   // value lasted and the gap before the answer that saw it change, or the
@@ -252,7 +253,13 @@ void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, doubl
   // player's clock no longer holds.
   const bool continues =
       ok && moving && playing && !stalled && sameRate && shortfall <= step + 0.35 && shortfall >= -1.5;
-  if (!continues) bounds.clear();
+  if (!continues) {
+    bounds.clear();
+    moves.clear();
+  } else if (changed) {
+    moves.push_back(moved);
+    if (moves.size() > 8) moves.pop_front();
+  }
   const double previousTS = anchorTS;
   stalled = false;
   playing = playingNow;
@@ -276,7 +283,13 @@ void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, doubl
     high = std::max(high, now);
   }
   const double n = static_cast<double>(bounds.size());
-  const double stepSeen = n >= 4 ? (high - low) * (n + 1) / (n - 1) : 0.0;
+  double stepSeen = n >= 4 ? (high - low) * (n + 1) / (n - 1) : 0.0;
+  // Answers that come at nearly the player's own period all land at one
+  // phase of its step, and their spread shows a step far smaller than it
+  // is: the clock would then run up to half a step behind for seconds on
+  // end. Moves in whole multiples of one size tell the step itself; a
+  // spread wider still (VLC at 1x skips an update now and then) holds.
+  stepSeen = std::max(stepSeen, stepOfMoves());
   if (n >= 4) spread = stepSeen;
   // Steps of a video frame or less (mpv's position moves frame by frame)
   // are the player's own clock as users see it: followed through their middle.
@@ -286,6 +299,16 @@ void TVSync::applySteppedPoll(double raw, bool playingNow, double rateNow, doubl
   // display moves on, so the shown clock never runs back.
   if (continues && position < predicted) position = std::max(position, predicted - 0.1 * rateNow * (m - previousTS));
   anchorPos = position;
+}
+
+double TVSync::stepOfMoves() const {
+  if (moves.size() < 6) return 0;
+  const double q = *std::min_element(moves.begin(), moves.end());
+  if (!(q >= 0.06)) return 0;
+  for (double move : moves) {
+    if (std::fabs(move - std::round(move / q) * q) > std::min(0.01, 0.05 * q)) return 0;
+  }
+  return q;
 }
 
 void TVSync::maybeRequestConsent() {

@@ -95,6 +95,8 @@ class TVSync : public SyncSource {
   void main();
   // applyPoll's answer with a position, where options.stepEdges. Lock held.
   void applySteppedPoll(double raw, bool playingNow, double rateNow, double m);
+  // The step the last moves are whole multiples of, or 0 when they are not.
+  double stepOfMoves() const;
 
   System& system;
   const Options options;
@@ -121,6 +123,10 @@ class TVSync : public SyncSource {
   };
   std::deque<Bound> bounds;
   std::deque<double> spans;
+  // How far the position moved between the last answers that saw it move:
+  // a player that counts in steps moves by whole steps (VLC at 1.5x: half
+  // a second, then a second), a precise one by any amount.
+  std::deque<double> moves;
   double spread = 0;  // the step the last answers' spread showed
   double unchangedSince = 0;
 
