@@ -14,6 +14,7 @@
 #include <glib-unix.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +22,7 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -110,14 +112,13 @@ std::optional<Player> readPlayer(GDBusConnection* bus, const std::string& name, 
   return p;
 }
 
-// Every player that answers; a player that does not is left out. The error
-// is set only when the bus itself failed or no player answered at all.
-std::optional<std::vector<Player>> readPlayers(GDBusConnection* bus, std::vector<double>* sampledAt, Error& error) {
-  auto names = listPlayers(bus, error);
-  if (!names) return std::nullopt;
+// Every player of these that answers; a player that does not is left out.
+// The error is set only when no player answered at all.
+std::vector<Player> readPlayers(GDBusConnection* bus, const std::vector<std::string>& names,
+                                std::vector<double>* sampledAt, Error& error) {
   std::vector<Player> players;
   Error last;
-  for (const auto& name : *names) {
+  for (const auto& name : names) {
     double at = 0;
     Error one;
     if (auto p = readPlayer(bus, name, &at, one)) {
@@ -131,16 +132,100 @@ std::optional<std::vector<Player>> readPlayers(GDBusConnection* bus, std::vector
   return players;
 }
 
+// Every player on the bus that answers; the error is set when the bus
+// itself failed or no player answered at all.
+std::optional<std::vector<Player>> readPlayers(GDBusConnection* bus, std::vector<double>* sampledAt, Error& error) {
+  auto names = listPlayers(bus, error);
+  if (!names) return std::nullopt;
+  return readPlayers(bus, *names, sampledAt, error);
+}
+
+// What a resident helper keeps between polls, so that a poll costs one call
+// to the player: the players' names, kept from the bus's word when one comes
+// or goes instead of asked for each time, and the player that played last,
+// read again only when its file changed. Replies are still awaited as
+// before (each call on a context of its own): a player's answer comes back
+// no later than it did, which the clock's placing on step edges relies on.
+class PollMemory {
+ public:
+  explicit PollMemory(GDBusConnection* bus) : bus(bus), file(lumerix::mpris::playedLastFile()) {
+    // Before the first listing, so that no change falls between the two.
+    g_dbus_connection_signal_subscribe(bus, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+                                       "/org/freedesktop/DBus", "org.mpris.MediaPlayer2",
+                                       G_DBUS_SIGNAL_FLAGS_MATCH_ARG0_NAMESPACE, &PollMemory::onOwner, this, nullptr);
+  }
+
+  // The players' names, sorted; absent when the bus could not list them.
+  std::optional<std::vector<std::string>> names(Error& error) {
+    // The word of players that came or went since the last poll, without waiting for more.
+    while (g_main_context_iteration(nullptr, FALSE)) {
+    }
+    if (!listed) {
+      // A change heard while the list is made comes again on top of it at
+      // the next poll: adding or removing a name twice changes nothing.
+      auto all = listPlayers(bus, error);
+      if (!all) return std::nullopt;
+      known = std::set<std::string>(all->begin(), all->end());
+      listed = true;
+    }
+    return std::vector<std::string>(known.begin(), known.end());
+  }
+
+  std::optional<std::string> playedLast() {
+    if (!file) return std::nullopt;
+    struct stat st {};
+    const bool there = ::stat(file->c_str(), &st) == 0;
+    const Stamp now{there, st.st_ino, st.st_mtim.tv_sec, st.st_mtim.tv_nsec, st.st_size};
+    if (!read || !(now == stamp)) {
+      last = there ? lumerix::mpris::readPlayedLast(*file) : std::nullopt;
+      stamp = now;
+      read = true;
+    }
+    return last;
+  }
+
+ private:
+  static void onOwner(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GVariant* args,
+                      gpointer self) {
+    const gchar *name = nullptr, *oldOwner = nullptr, *newOwner = nullptr;
+    g_variant_get(args, "(&s&s&s)", &name, &oldOwner, &newOwner);
+    auto* m = static_cast<PollMemory*>(self);
+    if (!m->listed || !g_str_has_prefix(name, lumerix::mpris::busPrefix)) return;
+    if (*newOwner != '\0') {
+      m->known.insert(name);
+    } else {
+      m->known.erase(name);
+    }
+  }
+
+  struct Stamp {
+    bool there = false;
+    ino_t inode = 0;
+    time_t seconds = 0;
+    long nanos = 0;
+    off_t size = 0;
+    bool operator==(const Stamp&) const = default;
+  };
+
+  GDBusConnection* bus;
+  bool listed = false;
+  std::set<std::string> known;
+  const std::optional<std::string> file;
+  bool read = false;
+  Stamp stamp;
+  std::optional<std::string> last;
+};
+
 // One poll answer, with its line feed.
-std::string answer(GDBusConnection* bus, const std::string& name) {
+std::string answer(GDBusConnection* bus, const std::string& name, PollMemory& memory) {
   Error error;
-  auto players = readPlayers(bus, nullptr, error);
+  const auto names = memory.names(error);
+  if (!names) return lumerix::mpris::pollError(error.e->code) + "\n";
+  const auto players = readPlayers(bus, *names, nullptr, error);
   if (error) return lumerix::mpris::pollError(error.e->code) + "\n";
-  const auto file = lumerix::mpris::playedLastFile();
-  const auto chosen =
-      lumerix::mpris::choose(*players, name, file ? lumerix::mpris::readPlayedLast(*file) : std::nullopt);
+  const auto chosen = lumerix::mpris::choose(players, name, memory.playedLast());
   std::optional<Player> player;
-  for (const auto& p : *players) {
+  for (const auto& p : players) {
     if (chosen == p.busName) player = p;
   }
   return lumerix::mpris::pollAnswer(player) + "\n";
@@ -149,10 +234,12 @@ std::string answer(GDBusConnection* bus, const std::string& name) {
 // Resident: one answer a request line, until stdin ends. Without a bus,
 // every request gets the error.
 int serve(GDBusConnection* bus, const std::string& name, int busError) {
+  std::optional<PollMemory> memory;
+  if (bus) memory.emplace(bus);
   char request[4096];
   while (std::fgets(request, sizeof request, stdin)) {
     if (!std::strchr(request, '\n') && !std::feof(stdin)) continue;  // the rest of an overlong line
-    const std::string line = bus ? answer(bus, name) : lumerix::mpris::pollError(busError) + "\n";
+    const std::string line = bus ? answer(bus, name, *memory) : lumerix::mpris::pollError(busError) + "\n";
     if (std::fputs(line.c_str(), stdout) < 0 || std::fflush(stdout) != 0) return 0;  // the reader went away
   }
   return 0;
@@ -314,7 +401,8 @@ int main(int argc, char** argv) {
   }
   int status = 0;
   if (mode == "poll") {
-    std::fputs(answer(bus, name).c_str(), stdout);
+    PollMemory memory(bus);
+    std::fputs(answer(bus, name, memory).c_str(), stdout);
   } else if (mode == "serve") {
     status = serve(bus, name, 0);
   } else {
