@@ -10,6 +10,7 @@
 // and every 2 s while playing, stamping each sample with the wall-clock
 // moment it was read.
 
+#include <dbus/dbus.h>
 #include <gio/gio.h>
 #include <glib-unix.h>
 #include <signal.h>
@@ -112,13 +113,14 @@ std::optional<Player> readPlayer(GDBusConnection* bus, const std::string& name, 
   return p;
 }
 
-// Every player of these that answers; a player that does not is left out.
-// The error is set only when no player answered at all.
-std::vector<Player> readPlayers(GDBusConnection* bus, const std::vector<std::string>& names,
-                                std::vector<double>* sampledAt, Error& error) {
+// Every player on the bus that answers; the error is set when the bus
+// itself failed or no player answered at all.
+std::optional<std::vector<Player>> readPlayers(GDBusConnection* bus, std::vector<double>* sampledAt, Error& error) {
+  auto names = listPlayers(bus, error);
+  if (!names) return std::nullopt;
   std::vector<Player> players;
   Error last;
-  for (const auto& name : names) {
+  for (const auto& name : *names) {
     double at = 0;
     Error one;
     if (auto p = readPlayer(bus, name, &at, one)) {
@@ -132,43 +134,181 @@ std::vector<Player> readPlayers(GDBusConnection* bus, const std::vector<std::str
   return players;
 }
 
-// Every player on the bus that answers; the error is set when the bus
-// itself failed or no player answered at all.
-std::optional<std::vector<Player>> readPlayers(GDBusConnection* bus, std::vector<double>* sampledAt, Error& error) {
-  auto names = listPlayers(bus, error);
-  if (!names) return std::nullopt;
-  return readPlayers(bus, *names, sampledAt, error);
-}
-
-// What a resident helper keeps between polls, so that a poll costs one call
-// to the player: the players' names, kept from the bus's word when one comes
-// or goes instead of asked for each time, and the player that played last,
-// read again only when its file changed. Replies are still awaited as
-// before (each call on a context of its own): a player's answer comes back
-// no later than it did, which the clock's placing on step edges relies on.
-class PollMemory {
+// The poll, asked a few times a second for the whole session, on the bus
+// library's plain blocking calls: one thread writes the request and waits
+// on the socket for the reply, where GDBus hands every call to a worker
+// thread and back, three wake-ups where one does. Between polls it keeps
+// the players' names from the bus's word when one comes or goes, and the
+// player that played last, read again only when its file changed: a poll
+// is one call to the player.
+class Poller {
  public:
-  explicit PollMemory(GDBusConnection* bus) : bus(bus), file(lumerix::mpris::playedLastFile()) {
+  Poller() : file(lumerix::mpris::playedLastFile()) {
+    DBusError error;
+    dbus_error_init(&error);
+    bus = dbus_bus_get_private(DBUS_BUS_SESSION, &error);
+    if (!bus) {
+      dbus_error_free(&error);
+      return;
+    }
+    dbus_connection_set_exit_on_disconnect(bus, FALSE);
     // Before the first listing, so that no change falls between the two.
-    g_dbus_connection_signal_subscribe(bus, "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-                                       "/org/freedesktop/DBus", "org.mpris.MediaPlayer2",
-                                       G_DBUS_SIGNAL_FLAGS_MATCH_ARG0_NAMESPACE, &PollMemory::onOwner, this, nullptr);
+    dbus_bus_add_match(bus,
+                       "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+                       "member='NameOwnerChanged',arg0namespace='org.mpris.MediaPlayer2'",
+                       &error);
+    dbus_error_free(&error);
+  }
+  ~Poller() {
+    if (!bus) return;
+    dbus_connection_close(bus);
+    dbus_connection_unref(bus);
+  }
+  Poller(const Poller&) = delete;
+  Poller& operator=(const Poller&) = delete;
+
+  // One poll answer, with its line feed.
+  std::string answer(const std::string& name) {
+    if (!bus) return lumerix::mpris::pollError(1) + "\n";
+    const auto names = playerNames();
+    if (!names) return lumerix::mpris::pollError(1) + "\n";
+    std::vector<Player> players;
+    for (const auto& n : *names) {
+      if (auto p = readPlayer(n)) players.push_back(std::move(*p));
+    }
+    // Players there that none answered: the bus is as good as gone.
+    if (players.empty() && !names->empty()) return lumerix::mpris::pollError(1) + "\n";
+    const auto chosen = lumerix::mpris::choose(players, name, playedLast());
+    std::optional<Player> player;
+    for (const auto& p : players) {
+      if (chosen == p.busName) player = p;
+    }
+    return lumerix::mpris::pollAnswer(player) + "\n";
+  }
+
+ private:
+  struct Message {
+    DBusMessage* m = nullptr;
+    explicit Message(DBusMessage* m) : m(m) {}
+    ~Message() {
+      if (m) dbus_message_unref(m);
+    }
+    Message(const Message&) = delete;
+    Message& operator=(const Message&) = delete;
+  };
+
+  Message call(DBusMessage* request) {
+    Message asked(request);
+    if (!request) return Message(nullptr);
+    DBusError error;
+    dbus_error_init(&error);
+    DBusMessage* reply = dbus_connection_send_with_reply_and_block(bus, request, kCallTimeoutMs, &error);
+    dbus_error_free(&error);
+    return Message(reply);
   }
 
   // The players' names, sorted; absent when the bus could not list them.
-  std::optional<std::vector<std::string>> names(Error& error) {
-    // The word of players that came or went since the last poll, without waiting for more.
-    while (g_main_context_iteration(nullptr, FALSE)) {
+  std::optional<std::vector<std::string>> playerNames() {
+    // The word of players that came or went since the last poll, without
+    // waiting for more; a call's wait leaves such words queued for here.
+    dbus_connection_read_write(bus, 0);
+    while (DBusMessage* raw = dbus_connection_pop_message(bus)) {
+      Message m(raw);
+      const char *name = nullptr, *oldOwner = nullptr, *newOwner = nullptr;
+      if (!listed || !dbus_message_is_signal(m.m, "org.freedesktop.DBus", "NameOwnerChanged") ||
+          !dbus_message_get_args(m.m, nullptr, DBUS_TYPE_STRING, &name, DBUS_TYPE_STRING, &oldOwner, DBUS_TYPE_STRING,
+                                 &newOwner, DBUS_TYPE_INVALID) ||
+          !g_str_has_prefix(name, lumerix::mpris::busPrefix)) {
+        continue;
+      }
+      if (*newOwner) {
+        known.insert(name);
+      } else {
+        known.erase(name);
+      }
     }
     if (!listed) {
       // A change heard while the list is made comes again on top of it at
       // the next poll: adding or removing a name twice changes nothing.
-      auto all = listPlayers(bus, error);
-      if (!all) return std::nullopt;
-      known = std::set<std::string>(all->begin(), all->end());
+      Message reply = call(dbus_message_new_method_call("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                        "org.freedesktop.DBus", "ListNames"));
+      char** all = nullptr;
+      int count = 0;
+      if (!reply.m || !dbus_message_get_args(reply.m, nullptr, DBUS_TYPE_ARRAY, DBUS_TYPE_STRING, &all, &count,
+                                             DBUS_TYPE_INVALID)) {
+        return std::nullopt;
+      }
+      known.clear();
+      for (int i = 0; i < count; ++i) {
+        if (g_str_has_prefix(all[i], lumerix::mpris::busPrefix)) known.insert(all[i]);
+      }
+      dbus_free_string_array(all);
       listed = true;
     }
     return std::vector<std::string>(known.begin(), known.end());
+  }
+
+  // The player's state, as the stream's readPlayer reads it.
+  std::optional<Player> readPlayer(const std::string& name) {
+    DBusMessage* request =
+        dbus_message_new_method_call(name.c_str(), kPath, "org.freedesktop.DBus.Properties", "GetAll");
+    const char* interface = kPlayerInterface;
+    if (request) dbus_message_append_args(request, DBUS_TYPE_STRING, &interface, DBUS_TYPE_INVALID);
+    Message reply = call(request);
+    if (!reply.m || !dbus_message_has_signature(reply.m, "a{sv}")) return std::nullopt;
+    Player p;
+    p.busName = name;
+    DBusMessageIter top, entries;
+    dbus_message_iter_init(reply.m, &top);
+    dbus_message_iter_recurse(&top, &entries);
+    for (; dbus_message_iter_get_arg_type(&entries) == DBUS_TYPE_DICT_ENTRY; dbus_message_iter_next(&entries)) {
+      DBusMessageIter entry, value;
+      const char* key = nullptr;
+      dbus_message_iter_recurse(&entries, &entry);
+      dbus_message_iter_get_basic(&entry, &key);
+      dbus_message_iter_next(&entry);
+      dbus_message_iter_recurse(&entry, &value);
+      const int type = dbus_message_iter_get_arg_type(&value);
+      if (!std::strcmp(key, "PlaybackStatus") && type == DBUS_TYPE_STRING) {
+        p.playbackStatus = basicString(value);
+      } else if (!std::strcmp(key, "Position") && type == DBUS_TYPE_INT64) {
+        dbus_int64_t micros = 0;
+        dbus_message_iter_get_basic(&value, &micros);
+        p.position = static_cast<double>(micros) / 1e6;
+      } else if (!std::strcmp(key, "Rate") && type == DBUS_TYPE_DOUBLE) {
+        dbus_message_iter_get_basic(&value, &p.rate);
+      } else if (!std::strcmp(key, "Metadata") && !std::strcmp(signatureOf(value).c_str(), "a{sv}")) {
+        std::string title, url;
+        DBusMessageIter fields;
+        dbus_message_iter_recurse(&value, &fields);
+        for (; dbus_message_iter_get_arg_type(&fields) == DBUS_TYPE_DICT_ENTRY; dbus_message_iter_next(&fields)) {
+          DBusMessageIter field, fieldValue;
+          const char* fieldKey = nullptr;
+          dbus_message_iter_recurse(&fields, &field);
+          dbus_message_iter_get_basic(&field, &fieldKey);
+          dbus_message_iter_next(&field);
+          dbus_message_iter_recurse(&field, &fieldValue);
+          if (dbus_message_iter_get_arg_type(&fieldValue) != DBUS_TYPE_STRING) continue;
+          if (!std::strcmp(fieldKey, "xesam:title")) title = basicString(fieldValue);
+          if (!std::strcmp(fieldKey, "xesam:url")) url = basicString(fieldValue);
+        }
+        p.title = !title.empty() ? title : !url.empty() ? lumerix::mpris::titleFromUrl(url) : "";
+      }
+    }
+    return p;
+  }
+
+  static std::string basicString(DBusMessageIter& it) {
+    const char* text = nullptr;
+    dbus_message_iter_get_basic(&it, &text);
+    return text ? text : "";
+  }
+
+  static std::string signatureOf(DBusMessageIter& it) {
+    char* sig = dbus_message_iter_get_signature(&it);
+    std::string out = sig ? sig : "";
+    dbus_free(sig);
+    return out;
   }
 
   std::optional<std::string> playedLast() {
@@ -184,20 +324,6 @@ class PollMemory {
     return last;
   }
 
- private:
-  static void onOwner(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GVariant* args,
-                      gpointer self) {
-    const gchar *name = nullptr, *oldOwner = nullptr, *newOwner = nullptr;
-    g_variant_get(args, "(&s&s&s)", &name, &oldOwner, &newOwner);
-    auto* m = static_cast<PollMemory*>(self);
-    if (!m->listed || !g_str_has_prefix(name, lumerix::mpris::busPrefix)) return;
-    if (*newOwner != '\0') {
-      m->known.insert(name);
-    } else {
-      m->known.erase(name);
-    }
-  }
-
   struct Stamp {
     bool there = false;
     ino_t inode = 0;
@@ -207,7 +333,7 @@ class PollMemory {
     bool operator==(const Stamp&) const = default;
   };
 
-  GDBusConnection* bus;
+  DBusConnection* bus = nullptr;
   bool listed = false;
   std::set<std::string> known;
   const std::optional<std::string> file;
@@ -216,31 +342,14 @@ class PollMemory {
   std::optional<std::string> last;
 };
 
-// One poll answer, with its line feed.
-std::string answer(GDBusConnection* bus, const std::string& name, PollMemory& memory) {
-  Error error;
-  const auto names = memory.names(error);
-  if (!names) return lumerix::mpris::pollError(error.e->code) + "\n";
-  const auto players = readPlayers(bus, *names, nullptr, error);
-  if (error) return lumerix::mpris::pollError(error.e->code) + "\n";
-  const auto chosen = lumerix::mpris::choose(players, name, memory.playedLast());
-  std::optional<Player> player;
-  for (const auto& p : players) {
-    if (chosen == p.busName) player = p;
-  }
-  return lumerix::mpris::pollAnswer(player) + "\n";
-}
-
 // Resident: one answer a request line, until stdin ends. Without a bus,
 // every request gets the error.
-int serve(GDBusConnection* bus, const std::string& name, int busError) {
-  std::optional<PollMemory> memory;
-  if (bus) memory.emplace(bus);
+int serve(const std::string& name) {
+  Poller poller;
   char request[4096];
   while (std::fgets(request, sizeof request, stdin)) {
     if (!std::strchr(request, '\n') && !std::feof(stdin)) continue;  // the rest of an overlong line
-    const std::string line = bus ? answer(bus, name, *memory) : lumerix::mpris::pollError(busError) + "\n";
-    if (std::fputs(line.c_str(), stdout) < 0 || std::fflush(stdout) != 0) return 0;  // the reader went away
+    if (std::fputs(poller.answer(name).c_str(), stdout) < 0 || std::fflush(stdout) != 0) return 0;  // the reader went away
   }
   return 0;
 }
@@ -388,30 +497,25 @@ int main(int argc, char** argv) {
   if (mode != "poll" && mode != "serve" && mode != "stream") return usage();
   ::signal(SIGPIPE, SIG_IGN);
 
+  // The poll, once or resident, on the bus library's blocking calls; the
+  // stream, which waits on events, on GDBus's main loop.
+  if (mode == "poll") {
+    Poller poller;
+    std::fputs(poller.answer(name).c_str(), stdout);
+    return 0;
+  }
+  if (mode == "serve") return serve(name);
   Error error;
   GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, error.out());
   if (!bus) {
-    if (mode == "poll") {
-      std::printf("%s\n", lumerix::mpris::pollError(error.e->code).c_str());
-      return 0;
-    }
-    if (mode == "serve") return serve(nullptr, name, error.e->code);
     std::fprintf(stderr, "lumerix-mpris: no D-Bus session bus: %s\n", error.e->message);
     return 1;
   }
-  int status = 0;
-  if (mode == "poll") {
-    PollMemory memory(bus);
-    std::fputs(answer(bus, name, memory).c_str(), stdout);
-  } else if (mode == "serve") {
-    status = serve(bus, name, 0);
-  } else {
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-    g_unix_signal_add(SIGTERM, onStop, loop);
-    g_unix_signal_add(SIGINT, onStop, loop);
-    Stream(bus, name, loop).run();
-    g_main_loop_unref(loop);
-  }
+  GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+  g_unix_signal_add(SIGTERM, onStop, loop);
+  g_unix_signal_add(SIGINT, onStop, loop);
+  Stream(bus, name, loop).run();
+  g_main_loop_unref(loop);
   g_object_unref(bus);
-  return status;
+  return 0;
 }
