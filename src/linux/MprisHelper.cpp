@@ -50,26 +50,30 @@ struct Error {
   explicit operator bool() const { return e != nullptr; }
 };
 
-struct Variant {
-  GVariant* v = nullptr;
-  explicit Variant(GVariant* v) : v(v) {}
-  ~Variant() {
-    if (v) g_variant_unref(v);
+// One reference to a C library's object, dropped with its holder.
+template <typename T, void (*unref)(T*)>
+struct Owned {
+  T* p = nullptr;
+  explicit Owned(T* p) : p(p) {}
+  ~Owned() {
+    if (p) unref(p);
   }
-  Variant(const Variant&) = delete;
-  Variant& operator=(const Variant&) = delete;
+  Owned(const Owned&) = delete;
+  Owned& operator=(const Owned&) = delete;
 };
+using Variant = Owned<GVariant, g_variant_unref>;
+using Message = Owned<DBusMessage, dbus_message_unref>;
 
 // MPRIS players on the bus, sorted so that "bus order" is the same every time.
 std::optional<std::vector<std::string>> listPlayers(GDBusConnection* bus, Error& error) {
   Variant reply(g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
                                             "org.freedesktop.DBus", "ListNames", nullptr, G_VARIANT_TYPE("(as)"),
                                             G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, error.out()));
-  if (!reply.v) return std::nullopt;
+  if (!reply.p) return std::nullopt;
   std::vector<std::string> names;
   GVariantIter* iter = nullptr;
   const gchar* name = nullptr;
-  g_variant_get(reply.v, "(as)", &iter);
+  g_variant_get(reply.p, "(as)", &iter);
   while (g_variant_iter_loop(iter, "&s", &name)) {
     if (g_str_has_prefix(name, lumerix::mpris::busPrefix)) names.emplace_back(name);
   }
@@ -85,13 +89,13 @@ std::optional<Player> readPlayer(GDBusConnection* bus, const std::string& name, 
                                             g_variant_new("(s)", kPlayerInterface), G_VARIANT_TYPE("(a{sv})"),
                                             G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, error.out()));
   const double after = wallNow();
-  if (!reply.v) return std::nullopt;
+  if (!reply.p) return std::nullopt;
   if (sampledAt) *sampledAt = (before + after) / 2;
   Player p;
   p.busName = name;
-  Variant props(g_variant_get_child_value(reply.v, 0));
+  Variant props(g_variant_get_child_value(reply.p, 0));
   GVariantIter iter;
-  g_variant_iter_init(&iter, props.v);
+  g_variant_iter_init(&iter, props.p);
   const gchar* key = nullptr;
   GVariant* value = nullptr;
   while (g_variant_iter_loop(&iter, "{&sv}", &key, &value)) {
@@ -187,16 +191,6 @@ class Poller {
   }
 
  private:
-  struct Message {
-    DBusMessage* m = nullptr;
-    explicit Message(DBusMessage* m) : m(m) {}
-    ~Message() {
-      if (m) dbus_message_unref(m);
-    }
-    Message(const Message&) = delete;
-    Message& operator=(const Message&) = delete;
-  };
-
   Message call(DBusMessage* request) {
     Message asked(request);
     if (!request) return Message(nullptr);
@@ -215,8 +209,8 @@ class Poller {
     while (DBusMessage* raw = dbus_connection_pop_message(bus)) {
       Message m(raw);
       const char *name = nullptr, *oldOwner = nullptr, *newOwner = nullptr;
-      if (!listed || !dbus_message_is_signal(m.m, "org.freedesktop.DBus", "NameOwnerChanged") ||
-          !dbus_message_get_args(m.m, nullptr, DBUS_TYPE_STRING, &name, DBUS_TYPE_STRING, &oldOwner, DBUS_TYPE_STRING,
+      if (!listed || !dbus_message_is_signal(m.p, "org.freedesktop.DBus", "NameOwnerChanged") ||
+          !dbus_message_get_args(m.p, nullptr, DBUS_TYPE_STRING, &name, DBUS_TYPE_STRING, &oldOwner, DBUS_TYPE_STRING,
                                  &newOwner, DBUS_TYPE_INVALID) ||
           !g_str_has_prefix(name, lumerix::mpris::busPrefix)) {
         continue;
@@ -234,7 +228,7 @@ class Poller {
                                                         "org.freedesktop.DBus", "ListNames"));
       char** all = nullptr;
       int count = 0;
-      if (!reply.m || !dbus_message_get_args(reply.m, nullptr, DBUS_TYPE_ARRAY, DBUS_TYPE_STRING, &all, &count,
+      if (!reply.p || !dbus_message_get_args(reply.p, nullptr, DBUS_TYPE_ARRAY, DBUS_TYPE_STRING, &all, &count,
                                              DBUS_TYPE_INVALID)) {
         return std::nullopt;
       }
@@ -255,19 +249,12 @@ class Poller {
     const char* interface = kPlayerInterface;
     if (request) dbus_message_append_args(request, DBUS_TYPE_STRING, &interface, DBUS_TYPE_INVALID);
     Message reply = call(request);
-    if (!reply.m || !dbus_message_has_signature(reply.m, "a{sv}")) return std::nullopt;
+    if (!reply.p || !dbus_message_has_signature(reply.p, "a{sv}")) return std::nullopt;
     Player p;
     p.busName = name;
-    DBusMessageIter top, entries;
-    dbus_message_iter_init(reply.m, &top);
-    dbus_message_iter_recurse(&top, &entries);
-    for (; dbus_message_iter_get_arg_type(&entries) == DBUS_TYPE_DICT_ENTRY; dbus_message_iter_next(&entries)) {
-      DBusMessageIter entry, value;
-      const char* key = nullptr;
-      dbus_message_iter_recurse(&entries, &entry);
-      dbus_message_iter_get_basic(&entry, &key);
-      dbus_message_iter_next(&entry);
-      dbus_message_iter_recurse(&entry, &value);
+    DBusMessageIter top;
+    dbus_message_iter_init(reply.p, &top);
+    forEachEntry(top, [&](const char* key, DBusMessageIter& value) {
       const int type = dbus_message_iter_get_arg_type(&value);
       if (!std::strcmp(key, "PlaybackStatus") && type == DBUS_TYPE_STRING) {
         p.playbackStatus = basicString(value);
@@ -277,25 +264,34 @@ class Poller {
         p.position = static_cast<double>(micros) / 1e6;
       } else if (!std::strcmp(key, "Rate") && type == DBUS_TYPE_DOUBLE) {
         dbus_message_iter_get_basic(&value, &p.rate);
-      } else if (!std::strcmp(key, "Metadata") && !std::strcmp(signatureOf(value).c_str(), "a{sv}")) {
+      } else if (!std::strcmp(key, "Metadata") && signatureOf(value) == "a{sv}") {
         std::string title, url;
-        DBusMessageIter fields;
-        dbus_message_iter_recurse(&value, &fields);
-        for (; dbus_message_iter_get_arg_type(&fields) == DBUS_TYPE_DICT_ENTRY; dbus_message_iter_next(&fields)) {
-          DBusMessageIter field, fieldValue;
-          const char* fieldKey = nullptr;
-          dbus_message_iter_recurse(&fields, &field);
-          dbus_message_iter_get_basic(&field, &fieldKey);
-          dbus_message_iter_next(&field);
-          dbus_message_iter_recurse(&field, &fieldValue);
-          if (dbus_message_iter_get_arg_type(&fieldValue) != DBUS_TYPE_STRING) continue;
-          if (!std::strcmp(fieldKey, "xesam:title")) title = basicString(fieldValue);
-          if (!std::strcmp(fieldKey, "xesam:url")) url = basicString(fieldValue);
-        }
+        forEachEntry(value, [&](const char* field, DBusMessageIter& text) {
+          if (dbus_message_iter_get_arg_type(&text) != DBUS_TYPE_STRING) return;
+          if (!std::strcmp(field, "xesam:title")) title = basicString(text);
+          if (!std::strcmp(field, "xesam:url")) url = basicString(text);
+        });
         p.title = !title.empty() ? title : !url.empty() ? lumerix::mpris::titleFromUrl(url) : "";
       }
-    }
+    });
     return p;
+  }
+
+  // Each entry of the a{sv} dictionary `dict` points at, with its value's
+  // variant opened.
+  template <typename F>
+  static void forEachEntry(DBusMessageIter& dict, F&& f) {
+    DBusMessageIter entries;
+    dbus_message_iter_recurse(&dict, &entries);
+    for (; dbus_message_iter_get_arg_type(&entries) == DBUS_TYPE_DICT_ENTRY; dbus_message_iter_next(&entries)) {
+      DBusMessageIter entry, value;
+      const char* key = nullptr;
+      dbus_message_iter_recurse(&entries, &entry);
+      dbus_message_iter_get_basic(&entry, &key);
+      dbus_message_iter_next(&entry);
+      dbus_message_iter_recurse(&entry, &value);
+      f(key, value);
+    }
   }
 
   static std::string basicString(DBusMessageIter& it) {
