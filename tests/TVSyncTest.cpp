@@ -516,4 +516,3 @@ TEST(MacBundle, TheAppFindsTheAdapterTheBuildBundled) {
 
 }  // namespace
 }  // namespace lumerix
-

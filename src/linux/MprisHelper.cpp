@@ -345,7 +345,8 @@ int serve(const std::string& name) {
   char request[4096];
   while (std::fgets(request, sizeof request, stdin)) {
     if (!std::strchr(request, '\n') && !std::feof(stdin)) continue;  // the rest of an overlong line
-    if (std::fputs(poller.answer(name).c_str(), stdout) < 0 || std::fflush(stdout) != 0) return 0;  // the reader went away
+    if (std::fputs(poller.answer(name).c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+      return 0;  // the reader went away
   }
   return 0;
 }
